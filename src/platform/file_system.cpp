@@ -1,0 +1,243 @@
+// The parts of the file system seam shared by every implementation: status
+// and errno translation, atomic replacement and path matching built on the
+// virtual primitives, fault injection, and the process-wide instance.
+#include "tarvo2/file_system.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+
+namespace tarvo2 {
+
+std::string FileStatus::ToString() const {
+  if (ok()) return "OK";
+  return std::to_string(error_number_) + ": " + message_;
+}
+
+FileStatus PosixError(const std::string& path, int err, ErrnoContext context) {
+  int number;
+  switch (err) {
+    case ENOENT:
+      number = context == ErrnoContext::kCreate ? kPathNotFound : kFileNotFound;
+      break;
+    case ENOTDIR:
+      number = kPathNotFound;
+      break;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+      number = kPermissionDenied;
+      break;
+    case EEXIST:
+      number = kFileAlreadyExists;
+      break;
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+      number = kDiskFull;
+      break;
+    case EIO:
+      number = kDeviceIoError;
+      break;
+    case EMFILE:
+    case ENFILE:
+      number = kTooManyFiles;
+      break;
+    case ENAMETOOLONG:
+    case EINVAL:
+    case EBADF:
+      number = kBadFileNameOrNumber;
+      break;
+    default:
+      number = kPathFileAccessError;
+      break;
+  }
+  return FileStatus::Error(number, path + ": " + std::strerror(err));
+}
+
+bool FileInfo::SameVersion(const FileInfo& o) const {
+  if (exists != o.exists) return false;
+  if (!exists) return true;
+  return device == o.device && inode == o.inode && size == o.size &&
+         mtime_ns == o.mtime_ns && ctime_ns == o.ctime_ns &&
+         is_directory == o.is_directory;
+}
+
+FileLock::~FileLock() = default;
+FileSystem::~FileSystem() = default;
+
+namespace {
+
+// Splits `path` at its last '/' into the folder ("." when there is none)
+// and the last component.
+void SplitPath(const std::string& path, std::string* dir, std::string* name) {
+  size_t slash = path.rfind('/');
+  if (slash == std::string::npos) {
+    *dir = ".";
+    *name = path;
+  } else {
+    *dir = slash == 0 ? "/" : path.substr(0, slash);
+    *name = path.substr(slash + 1);
+  }
+}
+
+bool OnlySpaces(std::string_view s) {
+  return s.find_first_not_of(' ') == std::string_view::npos;
+}
+
+// Glob match of `name` against `pattern` with '*' and '?'; backtracks only
+// to the latest '*', which is enough for these two wildcards.
+bool WildcardMatch(std::string_view pattern, std::string_view name) {
+  size_t p = 0, n = 0, star = std::string_view::npos, mark = 0;
+  while (n < name.size()) {
+    if (p < pattern.size() && (pattern[p] == '?' || pattern[p] == name[n])) {
+      ++p;
+      ++n;
+    } else if (p < pattern.size() && pattern[p] == '*') {
+      star = p++;
+      mark = n;
+    } else if (star != std::string_view::npos) {
+      p = star + 1;
+      n = ++mark;
+    } else {
+      return false;
+    }
+  }
+  while (p < pattern.size() && pattern[p] == '*') ++p;
+  return p == pattern.size();
+}
+
+std::atomic<uint64_t> temp_counter{0};
+
+}  // namespace
+
+bool FileSystem::IsDirectory(const std::string& path) {
+  FileInfo info;
+  return GetFileInfo(path, &info).ok() && info.exists && info.is_directory;
+}
+
+bool FileSystem::Exists(const std::string& path) {
+  FileInfo info;
+  return GetFileInfo(path, &info).ok() && info.exists;
+}
+
+bool FileSystem::PathExists(const std::string& pattern) {
+  if (pattern.empty()) return false;
+  std::string dir, name;
+  SplitPath(pattern, &dir, &name);
+  if (!name.empty() && OnlySpaces(name)) return false;
+  if (Exists(pattern)) return true;
+  if (name.find_first_of("*?") == std::string::npos) return false;
+  std::vector<std::string> children;
+  if (!GetChildren(dir, &children).ok()) return false;
+  for (const std::string& child : children) {
+    if (OnlySpaces(child)) continue;
+    if (WildcardMatch(name, child)) return true;
+  }
+  return false;
+}
+
+FileStatus FileSystem::ReplaceFileAtomically(const std::string& path,
+                                             std::string_view data) {
+  std::string target;
+  FileStatus s = ResolveSymlinks(path, &target);
+  if (!s.ok()) return s;
+  FileInfo info;
+  s = GetFileInfo(target, &info);
+  if (!s.ok()) return s;
+  if (info.exists && info.is_directory) return PosixError(target, EISDIR);
+  if (info.exists && !info.writable) return PosixError(target, EACCES);
+
+  // A hidden name in the target's folder, unique across processes (pid)
+  // and threads (counter), so that the rename stays within one file system.
+  std::string dir, name;
+  SplitPath(target, &dir, &name);
+  std::string temp = (target.find('/') == std::string::npos ? "" : dir + "/") +
+                     "." + name + ".tmp" + std::to_string(::getpid()) + "." +
+                     std::to_string(temp_counter.fetch_add(1));
+  s = WriteFile(temp, data, /*sync=*/true);
+  if (s.ok() && info.exists) s = ChangeMode(temp, info.mode);
+  if (s.ok()) s = RenameFile(temp, target);
+  if (!s.ok()) {
+    DeleteFile(temp);  // best effort; the target is untouched either way
+    return s;
+  }
+  return FileStatus::OK();
+}
+
+void FaultInjectingFileSystem::FailNth(Op op, int n, int err) {
+  std::lock_guard<std::mutex> l(mu_);
+  faults_[static_cast<int>(op)] = Fault{n > 0 ? n : 0, err};
+}
+
+void FaultInjectingFileSystem::Clear() {
+  std::lock_guard<std::mutex> l(mu_);
+  for (Fault& f : faults_) f = Fault{};
+}
+
+bool FaultInjectingFileSystem::Trip(Op op, int* err) {
+  std::lock_guard<std::mutex> l(mu_);
+  Fault& f = faults_[static_cast<int>(op)];
+  if (f.remaining == 0) return false;
+  if (--f.remaining != 0) return false;
+  *err = f.err;
+  return true;
+}
+
+FileStatus FaultInjectingFileSystem::WriteFile(const std::string& p,
+                                               std::string_view d, bool sync) {
+  int err;
+  if (Trip(Op::kWrite, &err)) return PosixError(p, err);
+  return FileSystemWrapper::WriteFile(p, d, sync);
+}
+
+FileStatus FaultInjectingFileSystem::AppendFile(const std::string& p,
+                                                std::string_view d) {
+  int err;
+  if (Trip(Op::kAppend, &err)) return PosixError(p, err);
+  return FileSystemWrapper::AppendFile(p, d);
+}
+
+FileStatus FaultInjectingFileSystem::RenameFile(const std::string& f,
+                                                const std::string& t) {
+  int err;
+  if (Trip(Op::kRename, &err)) return PosixError(t, err);
+  return FileSystemWrapper::RenameFile(f, t);
+}
+
+FileStatus FaultInjectingFileSystem::DeleteFile(const std::string& p) {
+  int err;
+  if (Trip(Op::kDelete, &err)) return PosixError(p, err);
+  return FileSystemWrapper::DeleteFile(p);
+}
+
+namespace {
+
+std::mutex current_mu;
+std::shared_ptr<FileSystem>& CurrentFileSystem() {
+  static std::shared_ptr<FileSystem>* current = new std::shared_ptr<FileSystem>();
+  return *current;
+}
+
+std::shared_ptr<FileSystem> DefaultShared() {
+  // Non-owning: the default file system lives for the whole process.
+  return std::shared_ptr<FileSystem>(FileSystem::Default(), [](FileSystem*) {});
+}
+
+}  // namespace
+
+std::shared_ptr<FileSystem> GetFileSystem() {
+  std::lock_guard<std::mutex> l(current_mu);
+  std::shared_ptr<FileSystem>& current = CurrentFileSystem();
+  if (!current) current = DefaultShared();
+  return current;
+}
+
+void SetFileSystem(std::shared_ptr<FileSystem> fs) {
+  std::lock_guard<std::mutex> l(current_mu);
+  CurrentFileSystem() = fs ? std::move(fs) : DefaultShared();
+}
+
+}  // namespace tarvo2
