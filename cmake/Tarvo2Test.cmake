@@ -12,7 +12,8 @@ function(tarvo2_add_test layer)
   set(name ${layer}_tests)
   add_executable(${name} ${test_sources})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/src
-                                             ${PROJECT_SOURCE_DIR}/tests)
+                                             ${PROJECT_SOURCE_DIR}/tests
+                                             ${PROJECT_SOURCE_DIR}/tests/support)
   foreach(dep IN LISTS TARVO2_DEPS_${layer} ITEMS ${layer})
     target_link_libraries(${name} PRIVATE tarvo2_${dep})
   endforeach()
