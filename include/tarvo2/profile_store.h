@@ -1,0 +1,142 @@
+// The profile store: INI files read and written the way the Win32 functions
+// GetPrivateProfileStringA and WritePrivateProfileStringA do it.
+//
+// Section names, key names, values and defaults are 8-bit text in the code
+// page of tarvo2/codepage.h (Windows-1252); a null pointer means what NULL
+// means to Win32. File names are native paths in UTF-8. A file name without
+// '/' names a file in the per-user configuration folder ($XDG_CONFIG_HOME,
+// or ~/.config); any other name is used as it is.
+//
+// File format, as read: lines end with CR LF, LF or CR; blanks (space, tab)
+// around names and values are ignored; "[name]" starts a section (text after
+// the first ']' is ignored, a header without ']' takes the rest of the
+// line); "key=value" is a key line, the value being everything after the
+// first '='; one matching pair of outer quotes ("..." or '...') is removed
+// from a value; a line whose first non-blank character is ';' is a comment;
+// other lines, and key lines before the first section, are ignored. Names
+// match without regard to letter case (Windows-1252 letters included); of
+// duplicate sections or keys the first wins, while listings repeat them. A
+// file that starts with a UTF-8 byte-order mark is read as UTF-8 converted
+// to the code page, and is written back as UTF-8 with its mark.
+//
+// Writes edit the file in place: every byte that the write does not
+// concern is kept. They are atomic (a temporary file renamed over the
+// target, through FileSystem::ReplaceFileAtomically) and serialized across
+// processes by FileSystem::LockFile, so no update of another process is
+// lost. Parsed files are cached and re-validated against the file at every
+// call, so changes made by other processes show at the next call.
+//
+// All methods are safe for concurrent use by several threads.
+#ifndef TARVO2_PROFILE_STORE_H_
+#define TARVO2_PROFILE_STORE_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "tarvo2/file_system.h"
+
+namespace tarvo2 {
+
+// Win32 error codes that the profile store reports through LastError().
+enum ProfileError : uint32_t {
+  kProfileOk = 0,
+  kProfileFileNotFound = 2,       // ERROR_FILE_NOT_FOUND
+  kProfilePathNotFound = 3,       // ERROR_PATH_NOT_FOUND
+  kProfileAccessDenied = 5,       // ERROR_ACCESS_DENIED
+  kProfileInvalidParameter = 87,  // ERROR_INVALID_PARAMETER
+  kProfileDiskFull = 112,         // ERROR_DISK_FULL
+  kProfileInvalidName = 123,      // ERROR_INVALID_NAME
+  kProfileIoDevice = 1117,        // ERROR_IO_DEVICE
+};
+
+class ProfileStore {
+ public:
+  ProfileStore() = default;
+  ProfileStore(const ProfileStore&) = delete;
+  ProfileStore& operator=(const ProfileStore&) = delete;
+  virtual ~ProfileStore();
+
+  // Reads from the profile file `file` into buffer[0 .. size-1] and returns
+  // the number of bytes placed, not counting the final NUL. Spaces (not
+  // tabs) are stripped from both ends of `section` and `key`.
+  //
+  // - section and key given: the key's value. A value that does not fit is
+  //   cut to size-1 bytes plus a NUL, and size-1 is returned. When the key,
+  //   the section or the file is missing (or the key begins with ';'),
+  //   `def` is placed instead, with its trailing spaces stripped; a null
+  //   `def` counts as "".
+  // - section null: the names of all sections; `key` is ignored.
+  // - key null: the names of the section's keys.
+  //   A list is each name followed by a NUL, then one more NUL ("A\0BB\0\0"),
+  //   and the result counts all but the last NUL. A list whose length + 1
+  //   is >= size is cut so that its last name ends at index size-2, NULs
+  //   stand at size-2 and size-1, and size-2 is returned (0 when size < 2).
+  //   An empty list (also of a missing file) is a single NUL and gives 0.
+  //   Names that are empty are not listed.
+  // With size 0 nothing is written and 0 is returned. A null buffer with a
+  // nonzero size writes nothing, returns 0 and sets LastError() to 87.
+  // Never fails otherwise: LastError() becomes 0 when the file was read,
+  // or 2 (missing file), 3 (missing folder), 5 (folder or unreadable file).
+  virtual uint32_t GetPrivateProfileString(const char* section,
+                                           const char* key, const char* def,
+                                           char* buffer, uint32_t size,
+                                           const std::string& file) = 0;
+
+  // Changes the profile file `file` and returns true on success. Spaces are
+  // stripped from both ends of `section` and `key`.
+  //
+  // - value given: sets the key. An existing key keeps its line: everything
+  //   up to the first non-blank character after its '=' stays, the rest of
+  //   the line becomes `value`. A new key goes directly after the last line
+  //   of its section that is neither blank nor a comment; a new section
+  //   ("[section]" and "key=value") is appended at the end of the file; a
+  //   missing file is created (with LF line ends). Added lines use the
+  //   file's own line end and terminate an unterminated last line first.
+  //   Writing the value already stored leaves the file untouched.
+  // - value null: deletes the key's line (the section header stays).
+  // - key null: deletes the section's header and key lines; its comments
+  //   stay. `value` is ignored.
+  // - section and key null: does nothing and returns true.
+  // Deleting what does not exist succeeds and changes nothing; a delete
+  // against a missing file creates nothing.
+  //
+  // On failure returns false, sets LastError() and leaves the file as it
+  // was: 87 for CR or LF in section, key or value, or a key that is empty,
+  // contains '=' or begins with ';' or '['; 2 for a null section with a
+  // non-null key (or an empty file name); 3 for a missing folder; 5 for a
+  // read-only file or a path naming a folder; 112, 123 or 1117 for other
+  // failures of the file system. On success LastError() becomes 0.
+  virtual bool WritePrivateProfileString(const char* section, const char* key,
+                                         const char* value,
+                                         const std::string& file) = 0;
+
+  // The ProfileError code of the latest call of the calling thread, like
+  // GetLastError(); shared by all profile stores.
+  virtual uint32_t LastError() const;
+
+ protected:
+  // Records `code` as the calling thread's last error.
+  static void SetLastError(uint32_t code);
+};
+
+// A new profile store over `fs`; with nullptr it uses GetFileSystem() at
+// every call (and drops its cache when that changes).
+std::shared_ptr<ProfileStore> NewProfileStore(
+    std::shared_ptr<FileSystem> fs = nullptr);
+
+// The path that the profile store uses for `file`: the name itself when it
+// contains '/', otherwise the name inside $XDG_CONFIG_HOME (when absolute)
+// or $HOME/.config. Empty for an empty name.
+std::string ResolveProfilePath(const std::string& file);
+
+// The process-wide profile store used by the library; a store made by
+// NewProfileStore() unless replaced.
+std::shared_ptr<ProfileStore> GetProfileStore();
+
+// Replaces the process-wide profile store; nullptr restores the default.
+void SetProfileStore(std::shared_ptr<ProfileStore> store);
+
+}  // namespace tarvo2
+
+#endif  // TARVO2_PROFILE_STORE_H_

@@ -1,0 +1,244 @@
+#include "platform/profile_store_format.h"
+
+#include "tarvo2/codepage.h"
+
+namespace tarvo2::profile {
+namespace {
+
+constexpr std::string_view kBom = "\xEF\xBB\xBF";
+
+bool IsBlank(char c) { return c == ' ' || c == '\t'; }
+
+}  // namespace
+
+std::u16string FoldCase(std::u16string_view text) {
+  std::u16string out(text);
+  for (char16_t& c : out) {
+    if ((c >= u'a' && c <= u'z') || (c >= 0xE0 && c <= 0xFE && c != 0xF7)) {
+      c = static_cast<char16_t>(c - 0x20);
+    } else {
+      switch (c) {
+        case 0xFF: c = 0x178; break;   // ÿ -> Ÿ
+        case 0x161: c = 0x160; break;  // š -> Š
+        case 0x153: c = 0x152; break;  // œ -> Œ
+        case 0x17E: c = 0x17D; break;  // ž -> Ž
+        default: break;
+      }
+    }
+  }
+  return out;
+}
+
+ProfileText::ProfileText(std::string bytes) : bytes_(std::move(bytes)) {
+  utf8_ = bytes_.compare(0, kBom.size(), kBom) == 0;
+  const std::string& s = bytes_;
+  size_t pos = utf8_ ? kBom.size() : 0;
+  bool eol_known = false;
+  bool in_section = false;
+  while (pos < s.size()) {
+    Line line;
+    line.begin = pos;
+    size_t e = s.find_first_of("\r\n", pos);
+    if (e == std::string::npos) {
+      line.end = line.next = s.size();
+    } else {
+      line.end = e;
+      line.next = (s[e] == '\r' && e + 1 < s.size() && s[e + 1] == '\n') ? e + 2 : e + 1;
+      if (!eol_known) {
+        eol_ = s.substr(e, line.next - e);
+        eol_known = true;
+      }
+    }
+    pos = line.next;
+
+    size_t f = line.begin;
+    while (f < line.end && IsBlank(s[f])) ++f;
+    auto trim_right = [&](size_t b, size_t e2) {
+      while (e2 > b && IsBlank(s[e2 - 1])) --e2;
+      return e2;
+    };
+    if (f == line.end) {
+      line.kind = LineKind::kBlank;
+    } else if (s[f] == '[') {
+      line.kind = LineKind::kSection;
+      size_t b = f + 1;
+      while (b < line.end && IsBlank(s[b])) ++b;
+      size_t close = s.find(']', f + 1);
+      size_t stop = (close == std::string::npos || close > line.end) ? line.end : close;
+      if (b > stop) b = stop;
+      line.name_begin = b;
+      line.name_end = trim_right(b, stop);
+      in_section = true;
+    } else if (s[f] == ';') {
+      line.kind = LineKind::kComment;
+    } else {
+      size_t eq = s.find('=', f);
+      if (eq == std::string::npos || eq >= line.end) {
+        line.kind = LineKind::kOther;
+      } else {
+        line.kind = LineKind::kKey;
+        line.name_begin = f;
+        line.name_end = trim_right(f, eq);
+        size_t v = eq + 1;
+        while (v < line.end && IsBlank(s[v])) ++v;
+        line.edit_begin = v;
+        size_t ve = trim_right(v, line.end);
+        if (ve - v >= 2 && (s[v] == '"' || s[v] == '\'') && s[ve - 1] == s[v]) {
+          ++v;
+          --ve;
+        }
+        line.value_begin = v;
+        line.value_end = ve;
+      }
+    }
+    // Keys before the first section belong to no section and are never
+    // matched; their names are left unfolded.
+    if (line.kind == LineKind::kSection || (line.kind == LineKind::kKey && in_section))
+      line.folded = FoldCase(Decode(line.name_begin, line.name_end));
+    lines_.push_back(std::move(line));
+  }
+}
+
+std::u16string ProfileText::Decode(size_t b, size_t e) const {
+  std::string_view v(bytes_.data() + b, e - b);
+  return utf8_ ? FromUtf8(v) : FromAnsi(v);
+}
+
+std::string ProfileText::ToCodePage(size_t b, size_t e) const {
+  std::string_view v(bytes_.data() + b, e - b);
+  return utf8_ ? ToAnsi(FromUtf8(v)) : std::string(v);
+}
+
+std::string ProfileText::Encode(std::string_view code_page) const {
+  return utf8_ ? ToUtf8(FromAnsi(code_page)) : std::string(code_page);
+}
+
+int ProfileText::FindSection(std::string_view section, size_t* stop) const {
+  std::u16string want = FoldCase(FromAnsi(section));
+  for (size_t i = 0; i < lines_.size(); ++i) {
+    if (lines_[i].kind != LineKind::kSection || lines_[i].folded != want) continue;
+    size_t j = i + 1;
+    while (j < lines_.size() && lines_[j].kind != LineKind::kSection) ++j;
+    *stop = j;
+    return static_cast<int>(i);
+  }
+  return -1;
+}
+
+int ProfileText::FindKey(size_t from, size_t stop, std::string_view key) const {
+  if (key.empty() || key[0] == ';') return -1;
+  std::u16string want = FoldCase(FromAnsi(key));
+  for (size_t i = from; i < stop; ++i)
+    if (lines_[i].kind == LineKind::kKey && lines_[i].folded == want)
+      return static_cast<int>(i);
+  return -1;
+}
+
+std::vector<std::string> ProfileText::SectionNames() const {
+  std::vector<std::string> names;
+  for (const Line& l : lines_)
+    if (l.kind == LineKind::kSection && l.name_end > l.name_begin)
+      names.push_back(ToCodePage(l.name_begin, l.name_end));
+  return names;
+}
+
+std::vector<std::string> ProfileText::KeyNames(std::string_view section) const {
+  std::vector<std::string> names;
+  size_t stop;
+  int h = FindSection(section, &stop);
+  if (h < 0) return names;
+  for (size_t i = h + 1; i < stop; ++i) {
+    const Line& l = lines_[i];
+    if (l.kind == LineKind::kKey && l.name_end > l.name_begin)
+      names.push_back(ToCodePage(l.name_begin, l.name_end));
+  }
+  return names;
+}
+
+std::optional<std::string> ProfileText::GetValue(std::string_view section,
+                                                 std::string_view key) const {
+  size_t stop;
+  int h = FindSection(section, &stop);
+  if (h < 0) return std::nullopt;
+  int k = FindKey(h + 1, stop, key);
+  if (k < 0) return std::nullopt;
+  return ToCodePage(lines_[k].value_begin, lines_[k].value_end);
+}
+
+std::optional<std::string> ProfileText::SetValue(std::string_view section,
+                                                 std::string_view key,
+                                                 std::string_view value) const {
+  std::string out;
+  size_t stop;
+  int h = FindSection(section, &stop);
+  if (h >= 0) {
+    int k = FindKey(h + 1, stop, key);
+    if (k >= 0) {
+      const Line& l = lines_[k];
+      if (Decode(l.value_begin, l.value_end) == FromAnsi(value)) return std::nullopt;
+      // Keep the indentation, the key's spelling and the blanks around '='.
+      out.reserve(bytes_.size() + value.size());
+      out.append(bytes_, 0, l.edit_begin);
+      out += Encode(value);
+      out.append(bytes_, l.end, std::string::npos);
+      return out;
+    }
+    // After the last line of the section that is neither blank nor a
+    // comment; the header itself when there is no such line.
+    size_t last = h;
+    for (size_t i = h + 1; i < stop; ++i)
+      if (lines_[i].kind != LineKind::kBlank && lines_[i].kind != LineKind::kComment)
+        last = i;
+    const Line& l = lines_[last];
+    out.reserve(bytes_.size() + key.size() + value.size() + 4);
+    out.append(bytes_, 0, l.next);
+    if (l.next == l.end) out += eol_;  // an unterminated last line
+    out += Encode(key);
+    out += '=';
+    out += Encode(value);
+    out += eol_;
+    out.append(bytes_, l.next, std::string::npos);
+    return out;
+  }
+  out = bytes_;
+  if (!lines_.empty() && lines_.back().next == lines_.back().end) out += eol_;
+  out += '[';
+  out += Encode(section);
+  out += ']';
+  out += eol_;
+  out += Encode(key);
+  out += '=';
+  out += Encode(value);
+  out += eol_;
+  return out;
+}
+
+std::optional<std::string> ProfileText::DeleteKey(std::string_view section,
+                                                  std::string_view key) const {
+  size_t stop;
+  int h = FindSection(section, &stop);
+  if (h < 0) return std::nullopt;
+  int k = FindKey(h + 1, stop, key);
+  if (k < 0) return std::nullopt;
+  std::string out = bytes_;
+  out.erase(lines_[k].begin, lines_[k].next - lines_[k].begin);
+  return out;
+}
+
+std::optional<std::string> ProfileText::DeleteSection(std::string_view section) const {
+  size_t stop;
+  int h = FindSection(section, &stop);
+  if (h < 0) return std::nullopt;
+  std::string out;
+  out.reserve(bytes_.size());
+  size_t kept_from = 0;  // start of the bytes not yet copied
+  for (size_t i = h; i < stop; ++i) {
+    if (i != static_cast<size_t>(h) && lines_[i].kind != LineKind::kKey) continue;
+    out.append(bytes_, kept_from, lines_[i].begin - kept_from);
+    kept_from = lines_[i].next;
+  }
+  out.append(bytes_, kept_from, std::string::npos);
+  return out;
+}
+
+}  // namespace tarvo2::profile

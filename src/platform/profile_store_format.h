@@ -1,0 +1,78 @@
+// The text of one profile file: its lines as parsed for lookup, and edits
+// that produce the new bytes of the file while keeping every byte they do
+// not concern.
+#ifndef TARVO2_PLATFORM_PROFILE_STORE_FORMAT_H_
+#define TARVO2_PLATFORM_PROFILE_STORE_FORMAT_H_
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tarvo2::profile {
+
+enum class LineKind { kBlank, kOther, kComment, kSection, kKey };
+
+// One line of the file, as offsets into its bytes.
+struct Line {
+  size_t begin = 0;  // first byte of the line
+  size_t end = 0;    // end of the content, where its line end starts
+  size_t next = 0;   // first byte after the line end (== end: unterminated)
+  LineKind kind = LineKind::kBlank;
+  size_t name_begin = 0, name_end = 0;    // section or key name, trimmed
+  size_t value_begin = 0, value_end = 0;  // key value, trimmed, unquoted
+  size_t edit_begin = 0;  // key: first non-blank after '=', or `end`
+  std::u16string folded;  // the name with letter case folded
+};
+
+// Folds the letter case of 16-bit text for name comparison: ASCII and the
+// letters of Windows-1252 (with Š, Œ, Ž, Ÿ) map to upper case.
+std::u16string FoldCase(std::u16string_view text);
+
+// Immutable parsed content of one file. Names and values passed in and
+// returned are code-page bytes; the file may be code-page text or UTF-8
+// with a byte-order mark.
+class ProfileText {
+ public:
+  explicit ProfileText(std::string bytes);
+
+  const std::string& bytes() const { return bytes_; }
+  bool utf8() const { return utf8_; }
+
+  // Section names in file order, duplicates included, empty names left out.
+  std::vector<std::string> SectionNames() const;
+  // Key names of the first section called `section`; empty when missing.
+  std::vector<std::string> KeyNames(std::string_view section) const;
+  // The value of `key` in the first section called `section`.
+  std::optional<std::string> GetValue(std::string_view section,
+                                      std::string_view key) const;
+
+  // The bytes of the file after the edit, or nullopt when the edit changes
+  // nothing. REQUIRES: the names and value hold no CR or LF and the key is
+  // non-empty (the store refuses those before).
+  std::optional<std::string> SetValue(std::string_view section,
+                                      std::string_view key,
+                                      std::string_view value) const;
+  std::optional<std::string> DeleteKey(std::string_view section,
+                                       std::string_view key) const;
+  std::optional<std::string> DeleteSection(std::string_view section) const;
+
+ private:
+  // Index of the header line of the first section called `section`, or -1;
+  // *stop receives the index of the line after the section.
+  int FindSection(std::string_view section, size_t* stop) const;
+  // Index of the first key line called `key` in lines [from, stop), or -1.
+  int FindKey(size_t from, size_t stop, std::string_view key) const;
+  std::u16string Decode(size_t b, size_t e) const;
+  std::string ToCodePage(size_t b, size_t e) const;
+  std::string Encode(std::string_view code_page) const;
+
+  std::string bytes_;
+  bool utf8_ = false;
+  std::string eol_ = "\n";
+  std::vector<Line> lines_;
+};
+
+}  // namespace tarvo2::profile
+
+#endif  // TARVO2_PLATFORM_PROFILE_STORE_FORMAT_H_
