@@ -1,0 +1,347 @@
+// The registry store: Tarvo2's stand-in for the Win32 registry functions.
+//
+// A RegistryStore offers the nine registry calls that the library makes
+// (RegCreateKeyExA, RegOpenKeyExA, RegCloseKey, RegQueryValueExA,
+// RegSetValueExA, RegDeleteValueA, RegDeleteKeyA, RegEnumValueA and
+// RegEnumKeyA) with the same arguments, minus the reserved ones, and the same
+// result codes. All text is 8-bit text in the Windows-1252 code page
+// (see tarvo2/codepage.h); every byte value is an ordinary character.
+//
+// The whole registry is one SQLite database per user. The process-wide
+// current store (GetRegistryStore) is what the registry classes use; tests
+// and embedders replace it with SetRegistryStore or SetRegistryLocation.
+//
+// Rules common to all calls:
+//   * Key paths are relative to the key of the handle passed. Components are
+//     separated by '\'; a trailing '\' is ignored, runs of '\' count as one,
+//     a leading '\' fails with kErrorBadPathname, and '/' is an ordinary
+//     character. A component longer than kMaxKeyNameLength characters, or a
+//     path that would lead deeper than kMaxKeyDepth levels below a root,
+//     fails with kErrorInvalidParameter.
+//   * Key and value names match without regard to letter case (ASCII and the
+//     letters of the code page, e.g. "Ä"/"ä", "Š"/"š", "Ÿ"/"ÿ") and keep the
+//     spelling they were first created with.
+//   * A null, unknown or closed handle gives kErrorInvalidHandle. A handle to
+//     a key deleted since it was opened (through any handle, by any process)
+//     gives kErrorKeyDeleted for every call except CloseKey.
+//   * A failing call changes nothing in the store.
+//   * Store failures: kErrorBadDatabase for a corrupt database,
+//     kErrorCantOpen when the database cannot be opened, kErrorCantRead for
+//     a failed read and kErrorCantWrite for a failed write (read-only file,
+//     full disk, lock not obtained within the busy timeout).
+//
+// All implementations here are safe to call from several threads at once.
+#ifndef TARVO2_REGISTRY_STORE_H_
+#define TARVO2_REGISTRY_STORE_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace tarvo2 {
+
+// A key handle: one of the four predefined roots, or a handle returned by
+// CreateKey or OpenKey. 0 is never a valid handle.
+using RegKey = std::uint32_t;
+
+inline constexpr RegKey kHKeyClassesRoot = 0x80000000u;
+inline constexpr RegKey kHKeyCurrentUser = 0x80000001u;
+inline constexpr RegKey kHKeyLocalMachine = 0x80000002u;
+inline constexpr RegKey kHKeyUsers = 0x80000003u;
+
+// Result codes (the Win32 numbering; LONG semantics).
+inline constexpr std::int32_t kErrorSuccess = 0;
+inline constexpr std::int32_t kErrorFileNotFound = 2;
+inline constexpr std::int32_t kErrorAccessDenied = 5;
+inline constexpr std::int32_t kErrorInvalidHandle = 6;
+inline constexpr std::int32_t kErrorOutOfMemory = 14;
+inline constexpr std::int32_t kErrorInvalidParameter = 87;
+inline constexpr std::int32_t kErrorBadPathname = 161;
+inline constexpr std::int32_t kErrorMoreData = 234;
+inline constexpr std::int32_t kErrorNoMoreItems = 259;
+inline constexpr std::int32_t kErrorBadDatabase = 1009;  // ERROR_BADDB
+inline constexpr std::int32_t kErrorBadKey = 1010;       // ERROR_BADKEY
+inline constexpr std::int32_t kErrorCantOpen = 1011;     // ERROR_CANTOPEN
+inline constexpr std::int32_t kErrorCantRead = 1012;     // ERROR_CANTREAD
+inline constexpr std::int32_t kErrorCantWrite = 1013;    // ERROR_CANTWRITE
+inline constexpr std::int32_t kErrorKeyDeleted = 1018;
+
+// Value type numbers. The store keeps any 32-bit type number unchanged;
+// these are the ones with a meaning.
+inline constexpr std::uint32_t kRegNone = 0;
+inline constexpr std::uint32_t kRegSz = 1;
+inline constexpr std::uint32_t kRegExpandSz = 2;
+inline constexpr std::uint32_t kRegBinary = 3;
+inline constexpr std::uint32_t kRegDword = 4;
+inline constexpr std::uint32_t kRegDwordBigEndian = 5;
+inline constexpr std::uint32_t kRegLink = 6;
+inline constexpr std::uint32_t kRegMultiSz = 7;
+inline constexpr std::uint32_t kRegQword = 11;
+
+// Access rights of a handle. Only kKeySetValue is enforced: without it a
+// handle cannot set or delete values. Everything else is always allowed.
+inline constexpr std::uint32_t kKeyQueryValue = 0x0001;
+inline constexpr std::uint32_t kKeySetValue = 0x0002;
+inline constexpr std::uint32_t kKeyCreateSubKey = 0x0004;
+inline constexpr std::uint32_t kKeyEnumerateSubKeys = 0x0008;
+inline constexpr std::uint32_t kKeyNotify = 0x0010;
+inline constexpr std::uint32_t kKeyCreateLink = 0x0020;
+inline constexpr std::uint32_t kKeyRead = 0x20019;
+inline constexpr std::uint32_t kKeyWrite = 0x20006;
+inline constexpr std::uint32_t kKeyAllAccess = 0xF003F;
+
+// Dispositions reported by CreateKey.
+inline constexpr std::uint32_t kRegCreatedNewKey = 1;
+inline constexpr std::uint32_t kRegOpenedExistingKey = 2;
+
+// Limits.
+inline constexpr std::size_t kMaxKeyNameLength = 255;     // per component
+inline constexpr std::size_t kMaxKeyDepth = 512;          // below a root
+inline constexpr std::size_t kMaxValueNameLength = 16383;
+
+class RegistryStore {
+ public:
+  RegistryStore() = default;
+  RegistryStore(const RegistryStore&) = delete;
+  RegistryStore& operator=(const RegistryStore&) = delete;
+
+  // Closes every handle still open on this store.
+  virtual ~RegistryStore();
+
+  // RegCreateKeyExA. Opens the key `subkey` below `parent`, creating it and
+  // every missing key on its path first. A null or empty `subkey` opens a
+  // new handle to `parent`'s own key.
+  // On success returns kErrorSuccess, stores a new handle with the rights
+  // `access` in *result and, when `disposition` is not null,
+  // kRegCreatedNewKey or kRegOpenedExistingKey in *disposition.
+  // On failure sets *result to 0 and creates nothing. `result` must not be
+  // null (else kErrorInvalidParameter).
+  virtual std::int32_t CreateKey(RegKey parent, const char* subkey,
+                                 std::uint32_t access, RegKey* result,
+                                 std::uint32_t* disposition) = 0;
+
+  // RegOpenKeyExA. Opens the existing key `subkey` below `parent` (a null or
+  // empty `subkey` gives a new handle to `parent`'s key) and stores the new
+  // handle in *result. A missing key gives kErrorFileNotFound. On any
+  // failure *result is set to 0. `result` must not be null.
+  virtual std::int32_t OpenKey(RegKey parent, const char* subkey,
+                               std::uint32_t access, RegKey* result) = 0;
+
+  // RegCloseKey. Releases `key`; returns kErrorSuccess, also for a handle
+  // whose key was deleted. Closing a predefined root does nothing and
+  // returns kErrorSuccess; the root stays usable. A null, unknown or already
+  // closed handle gives kErrorInvalidHandle.
+  virtual std::int32_t CloseKey(RegKey key) = 0;
+
+  // RegQueryValueExA. Reads the value `name` (null or "" means the key's
+  // default value) of `key`.
+  //   * `data` null: returns kErrorSuccess with the type in *type and the
+  //     size in bytes in *size (each when not null).
+  //   * `data` not null: *size is its capacity in bytes (`size` must then
+  //     not be null, else kErrorInvalidParameter). If the value fits it is
+  //     copied, *size becomes the bytes written and the result is
+  //     kErrorSuccess; otherwise the buffer is left untouched, *size becomes
+  //     the size needed and the result is kErrorMoreData.
+  //   * A missing value gives kErrorFileNotFound and sets *type to kRegNone.
+  // A kRegSz or kRegExpandSz value stored without a terminating NUL reads
+  // back with one added (and counted in the size).
+  virtual std::int32_t QueryValue(RegKey key, const char* name,
+                                  std::uint32_t* type, std::uint8_t* data,
+                                  std::uint32_t* size) = 0;
+
+  // RegSetValueExA. Creates or replaces the value `name` (null or "" means
+  // the default value) of `key` with exactly the `size` bytes at `data` and
+  // the type number `type`, whatever it is. A replaced value keeps its
+  // place in the enumeration order and its original spelling.
+  // Requires: `data` is not null when `size` > 0 (else
+  // kErrorInvalidParameter). A handle without kKeySetValue gives
+  // kErrorAccessDenied; a name longer than kMaxValueNameLength gives
+  // kErrorInvalidParameter.
+  virtual std::int32_t SetValue(RegKey key, const char* name,
+                                std::uint32_t type, const std::uint8_t* data,
+                                std::uint32_t size) = 0;
+
+  // RegDeleteValueA. Removes the value `name` (null or "": the default
+  // value). A missing value gives kErrorFileNotFound; a handle without
+  // kKeySetValue gives kErrorAccessDenied.
+  virtual std::int32_t DeleteValue(RegKey key, const char* name) = 0;
+
+  // RegDeleteKeyA. Removes the key `subkey` below `key` with all its values.
+  // An empty `subkey` deletes `key`'s own key; a null one gives
+  // kErrorInvalidParameter. A missing key gives kErrorFileNotFound. A key
+  // that has subkeys, or a predefined root, is refused with
+  // kErrorAccessDenied and nothing is deleted: recursive deletion is the
+  // caller's business. Handles still open on the deleted key then give
+  // kErrorKeyDeleted.
+  virtual std::int32_t DeleteKey(RegKey key, const char* subkey) = 0;
+
+  // RegEnumValueA. Reports the value at `index` of `key`; values are in the
+  // order they were created (the default value among them once it is set).
+  // *name_length is the capacity of `name` in characters on entry; the name
+  // needs its length + 1.
+  //   * Everything fits: writes the name with a NUL, sets *name_length to its
+  //     length (without the NUL), *type, the data and *data_size (the type,
+  //     data and data size parts each only when their pointer is not null);
+  //     returns kErrorSuccess.
+  //   * Only the name does not fit: returns kErrorMoreData; the name is cut
+  //     to *name_length - 1 characters and NUL-terminated, *name_length is
+  //     left unchanged, and the data parts are still written.
+  //   * The data does not fit in *data_size bytes: returns kErrorMoreData,
+  //     sets *data_size to the size needed and *type; the name and the data
+  //     buffer are not written.
+  //   * `index` past the last value: returns kErrorNoMoreItems and writes
+  //     nothing.
+  // Requires: `name` and `name_length` not null, and `data_size` not null
+  // when `data` is not (else kErrorInvalidParameter).
+  virtual std::int32_t EnumValue(RegKey key, std::uint32_t index, char* name,
+                                 std::uint32_t* name_length,
+                                 std::uint32_t* type, std::uint8_t* data,
+                                 std::uint32_t* data_size) = 0;
+
+  // RegEnumKeyA. Writes the name of the subkey at `index` of `key`, with a
+  // NUL, to `name` (capacity `name_size` characters); subkeys are sorted by
+  // name without regard to letter case. A buffer shorter than the name's
+  // length + 1 gives kErrorMoreData and writes nothing; `index` past the last
+  // subkey gives kErrorNoMoreItems. `name` must not be null.
+  virtual std::int32_t EnumKey(RegKey key, std::uint32_t index, char* name,
+                               std::uint32_t name_size) = 0;
+};
+
+// Forwards every call to another store; derive from it and override the
+// calls to intercept (in the manner of an Env wrapper).
+class RegistryStoreWrapper : public RegistryStore {
+ public:
+  // Requires: `target` is not null.
+  explicit RegistryStoreWrapper(std::shared_ptr<RegistryStore> target);
+  ~RegistryStoreWrapper() override;
+
+  RegistryStore* target() const { return target_.get(); }
+
+  std::int32_t CreateKey(RegKey parent, const char* subkey,
+                         std::uint32_t access, RegKey* result,
+                         std::uint32_t* disposition) override;
+  std::int32_t OpenKey(RegKey parent, const char* subkey, std::uint32_t access,
+                       RegKey* result) override;
+  std::int32_t CloseKey(RegKey key) override;
+  std::int32_t QueryValue(RegKey key, const char* name, std::uint32_t* type,
+                          std::uint8_t* data, std::uint32_t* size) override;
+  std::int32_t SetValue(RegKey key, const char* name, std::uint32_t type,
+                        const std::uint8_t* data, std::uint32_t size) override;
+  std::int32_t DeleteValue(RegKey key, const char* name) override;
+  std::int32_t DeleteKey(RegKey key, const char* subkey) override;
+  std::int32_t EnumValue(RegKey key, std::uint32_t index, char* name,
+                         std::uint32_t* name_length, std::uint32_t* type,
+                         std::uint8_t* data, std::uint32_t* data_size) override;
+  std::int32_t EnumKey(RegKey key, std::uint32_t index, char* name,
+                       std::uint32_t name_size) override;
+
+ private:
+  std::shared_ptr<RegistryStore> target_;
+};
+
+// A wrapper that makes chosen calls fail, for testing how callers cope with
+// store failures. Writes are CreateKey, SetValue, DeleteValue and DeleteKey;
+// reads are OpenKey, QueryValue, EnumValue and EnumKey. CloseKey is never
+// failed. A failed call does not reach the target, so nothing changes in the
+// store; out arguments are left as they were, except that a failed
+// CreateKey or OpenKey sets *result to 0.
+class FaultInjectingRegistryStore : public RegistryStoreWrapper {
+ public:
+  explicit FaultInjectingRegistryStore(std::shared_ptr<RegistryStore> target);
+
+  // The `n`-th write from now (1 for the very next) fails with `code`; the
+  // writes before and after it pass. Replaces any earlier write fault.
+  void FailNthWrite(std::uint64_t n, std::int32_t code);
+  // Every write from now fails with `code`.
+  void FailAllWrites(std::int32_t code);
+  // Every read from now fails with `code`.
+  void FailAllReads(std::int32_t code);
+  // Removes every fault; calls pass again.
+  void ClearFaults();
+  // The number of calls failed so far.
+  std::uint64_t injected_failures() const;
+
+  std::int32_t CreateKey(RegKey parent, const char* subkey,
+                         std::uint32_t access, RegKey* result,
+                         std::uint32_t* disposition) override;
+  std::int32_t OpenKey(RegKey parent, const char* subkey, std::uint32_t access,
+                       RegKey* result) override;
+  std::int32_t QueryValue(RegKey key, const char* name, std::uint32_t* type,
+                          std::uint8_t* data, std::uint32_t* size) override;
+  std::int32_t SetValue(RegKey key, const char* name, std::uint32_t type,
+                        const std::uint8_t* data, std::uint32_t size) override;
+  std::int32_t DeleteValue(RegKey key, const char* name) override;
+  std::int32_t DeleteKey(RegKey key, const char* subkey) override;
+  std::int32_t EnumValue(RegKey key, std::uint32_t index, char* name,
+                         std::uint32_t* name_length, std::uint32_t* type,
+                         std::uint8_t* data, std::uint32_t* data_size) override;
+  std::int32_t EnumKey(RegKey key, std::uint32_t index, char* name,
+                       std::uint32_t name_size) override;
+
+ private:
+  // Returns the code to fail the current call with, or 0 to let it pass.
+  std::int32_t NextWriteFault();
+  std::int32_t NextReadFault();
+
+  mutable std::mutex mu_;
+  std::uint64_t write_countdown_ = 0;  // 0: no single-write fault pending
+  std::int32_t nth_write_code_ = 0;
+  std::int32_t all_writes_code_ = 0;   // 0: writes pass
+  std::int32_t all_reads_code_ = 0;    // 0: reads pass
+  std::uint64_t injected_ = 0;
+};
+
+struct SqliteRegistryOptions {
+  // How long a call waits for a lock held by another connection or process
+  // before it gives up with kErrorCantWrite (or kErrorCantRead).
+  int busy_timeout_ms = 5000;
+};
+
+// Opens the SQLite registry database at `path` (":memory:" gives a private,
+// empty in-memory registry), creating the file with mode 0600 and the
+// schema when they do not exist yet. The folder must exist.
+//
+// Always returns a store. If the database could not be opened, every call
+// of the returned store except CloseKey returns the failure code:
+// kErrorBadDatabase when the file is not a valid registry database (corrupt,
+// or of a newer schema), kErrorCantOpen otherwise (no such folder, no
+// permission, a read-only file that holds no registry yet). When
+// `open_result` is not null it receives that code, or kErrorSuccess.
+// A file that can only be read opens successfully: reads work and every
+// write gives kErrorCantWrite.
+std::shared_ptr<RegistryStore> OpenSqliteRegistryStore(
+    const std::string& path,
+    const SqliteRegistryOptions& options = SqliteRegistryOptions(),
+    std::int32_t* open_result = nullptr);
+
+// The location GetRegistryStore opens when none was set: the environment
+// variable TARVO2_REGISTRY when it is set and not empty (a path, or
+// ":memory:"); otherwise $XDG_CONFIG_HOME/tarvo2/registry.sqlite3, with
+// $HOME/.config in place of XDG_CONFIG_HOME when that is unset or empty
+// (the account's home folder when HOME is unset too, and ":memory:" when
+// no home folder is known at all).
+std::string DefaultRegistryLocation();
+
+// The process-wide current store. The first call after start-up, after
+// SetRegistryLocation or after SetRegistryStore(nullptr) opens the location
+// set with SetRegistryLocation, or DefaultRegistryLocation() when none is
+// set; for the XDG location it first creates the missing folders (mode
+// 0700). Never returns null; a store that failed to open reports its failure
+// through its calls (see OpenSqliteRegistryStore).
+std::shared_ptr<RegistryStore> GetRegistryStore();
+
+// Makes `store` the current store. Null resets it, so that the next
+// GetRegistryStore opens the configured location again. Stores handed out
+// earlier stay valid for as long as their holders keep them.
+void SetRegistryStore(std::shared_ptr<RegistryStore> store);
+
+// Sets the location that GetRegistryStore opens (":memory:" allowed; an
+// empty `path` returns to DefaultRegistryLocation()) and resets the current
+// store, so that the next GetRegistryStore opens it.
+void SetRegistryLocation(std::string path);
+
+}  // namespace tarvo2
+
+#endif  // TARVO2_REGISTRY_STORE_H_

@@ -1,0 +1,290 @@
+// The store-independent parts of the registry store: the forwarding and
+// fault-injecting wrappers, and the process-wide current store.
+#include "tarvo2/registry_store.h"
+
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <string_view>
+#include <utility>
+
+namespace tarvo2 {
+
+RegistryStore::~RegistryStore() = default;
+
+// ---------------------------------------------------------------------------
+// RegistryStoreWrapper
+
+RegistryStoreWrapper::RegistryStoreWrapper(
+    std::shared_ptr<RegistryStore> target)
+    : target_(std::move(target)) {}
+
+RegistryStoreWrapper::~RegistryStoreWrapper() = default;
+
+std::int32_t RegistryStoreWrapper::CreateKey(RegKey parent, const char* subkey,
+                                             std::uint32_t access,
+                                             RegKey* result,
+                                             std::uint32_t* disposition) {
+  return target_->CreateKey(parent, subkey, access, result, disposition);
+}
+
+std::int32_t RegistryStoreWrapper::OpenKey(RegKey parent, const char* subkey,
+                                           std::uint32_t access,
+                                           RegKey* result) {
+  return target_->OpenKey(parent, subkey, access, result);
+}
+
+std::int32_t RegistryStoreWrapper::CloseKey(RegKey key) {
+  return target_->CloseKey(key);
+}
+
+std::int32_t RegistryStoreWrapper::QueryValue(RegKey key, const char* name,
+                                              std::uint32_t* type,
+                                              std::uint8_t* data,
+                                              std::uint32_t* size) {
+  return target_->QueryValue(key, name, type, data, size);
+}
+
+std::int32_t RegistryStoreWrapper::SetValue(RegKey key, const char* name,
+                                            std::uint32_t type,
+                                            const std::uint8_t* data,
+                                            std::uint32_t size) {
+  return target_->SetValue(key, name, type, data, size);
+}
+
+std::int32_t RegistryStoreWrapper::DeleteValue(RegKey key, const char* name) {
+  return target_->DeleteValue(key, name);
+}
+
+std::int32_t RegistryStoreWrapper::DeleteKey(RegKey key, const char* subkey) {
+  return target_->DeleteKey(key, subkey);
+}
+
+std::int32_t RegistryStoreWrapper::EnumValue(
+    RegKey key, std::uint32_t index, char* name, std::uint32_t* name_length,
+    std::uint32_t* type, std::uint8_t* data, std::uint32_t* data_size) {
+  return target_->EnumValue(key, index, name, name_length, type, data,
+                            data_size);
+}
+
+std::int32_t RegistryStoreWrapper::EnumKey(RegKey key, std::uint32_t index,
+                                           char* name,
+                                           std::uint32_t name_size) {
+  return target_->EnumKey(key, index, name, name_size);
+}
+
+// ---------------------------------------------------------------------------
+// FaultInjectingRegistryStore
+
+FaultInjectingRegistryStore::FaultInjectingRegistryStore(
+    std::shared_ptr<RegistryStore> target)
+    : RegistryStoreWrapper(std::move(target)) {}
+
+void FaultInjectingRegistryStore::FailNthWrite(std::uint64_t n,
+                                               std::int32_t code) {
+  std::lock_guard<std::mutex> lock(mu_);
+  write_countdown_ = n;
+  nth_write_code_ = code;
+}
+
+void FaultInjectingRegistryStore::FailAllWrites(std::int32_t code) {
+  std::lock_guard<std::mutex> lock(mu_);
+  all_writes_code_ = code;
+}
+
+void FaultInjectingRegistryStore::FailAllReads(std::int32_t code) {
+  std::lock_guard<std::mutex> lock(mu_);
+  all_reads_code_ = code;
+}
+
+void FaultInjectingRegistryStore::ClearFaults() {
+  std::lock_guard<std::mutex> lock(mu_);
+  write_countdown_ = 0;
+  nth_write_code_ = all_writes_code_ = all_reads_code_ = 0;
+}
+
+std::uint64_t FaultInjectingRegistryStore::injected_failures() const {
+  std::lock_guard<std::mutex> lock(mu_);
+  return injected_;
+}
+
+std::int32_t FaultInjectingRegistryStore::NextWriteFault() {
+  std::lock_guard<std::mutex> lock(mu_);
+  std::int32_t code = 0;
+  if (write_countdown_ > 0 && --write_countdown_ == 0) code = nth_write_code_;
+  if (code == 0) code = all_writes_code_;
+  if (code != 0) ++injected_;
+  return code;
+}
+
+std::int32_t FaultInjectingRegistryStore::NextReadFault() {
+  std::lock_guard<std::mutex> lock(mu_);
+  if (all_reads_code_ != 0) ++injected_;
+  return all_reads_code_;
+}
+
+std::int32_t FaultInjectingRegistryStore::CreateKey(
+    RegKey parent, const char* subkey, std::uint32_t access, RegKey* result,
+    std::uint32_t* disposition) {
+  if (std::int32_t code = NextWriteFault()) {
+    if (result != nullptr) *result = 0;
+    return code;
+  }
+  return RegistryStoreWrapper::CreateKey(parent, subkey, access, result,
+                                         disposition);
+}
+
+std::int32_t FaultInjectingRegistryStore::OpenKey(RegKey parent,
+                                                  const char* subkey,
+                                                  std::uint32_t access,
+                                                  RegKey* result) {
+  if (std::int32_t code = NextReadFault()) {
+    if (result != nullptr) *result = 0;
+    return code;
+  }
+  return RegistryStoreWrapper::OpenKey(parent, subkey, access, result);
+}
+
+std::int32_t FaultInjectingRegistryStore::QueryValue(RegKey key,
+                                                     const char* name,
+                                                     std::uint32_t* type,
+                                                     std::uint8_t* data,
+                                                     std::uint32_t* size) {
+  if (std::int32_t code = NextReadFault()) return code;
+  return RegistryStoreWrapper::QueryValue(key, name, type, data, size);
+}
+
+std::int32_t FaultInjectingRegistryStore::SetValue(RegKey key,
+                                                   const char* name,
+                                                   std::uint32_t type,
+                                                   const std::uint8_t* data,
+                                                   std::uint32_t size) {
+  if (std::int32_t code = NextWriteFault()) return code;
+  return RegistryStoreWrapper::SetValue(key, name, type, data, size);
+}
+
+std::int32_t FaultInjectingRegistryStore::DeleteValue(RegKey key,
+                                                      const char* name) {
+  if (std::int32_t code = NextWriteFault()) return code;
+  return RegistryStoreWrapper::DeleteValue(key, name);
+}
+
+std::int32_t FaultInjectingRegistryStore::DeleteKey(RegKey key,
+                                                    const char* subkey) {
+  if (std::int32_t code = NextWriteFault()) return code;
+  return RegistryStoreWrapper::DeleteKey(key, subkey);
+}
+
+std::int32_t FaultInjectingRegistryStore::EnumValue(
+    RegKey key, std::uint32_t index, char* name, std::uint32_t* name_length,
+    std::uint32_t* type, std::uint8_t* data, std::uint32_t* data_size) {
+  if (std::int32_t code = NextReadFault()) return code;
+  return RegistryStoreWrapper::EnumValue(key, index, name, name_length, type,
+                                         data, data_size);
+}
+
+std::int32_t FaultInjectingRegistryStore::EnumKey(RegKey key,
+                                                  std::uint32_t index,
+                                                  char* name,
+                                                  std::uint32_t name_size) {
+  if (std::int32_t code = NextReadFault()) return code;
+  return RegistryStoreWrapper::EnumKey(key, index, name, name_size);
+}
+
+// ---------------------------------------------------------------------------
+// Locations and the process-wide store
+
+namespace {
+
+std::string EnvOrEmpty(const char* name) {
+  const char* v = std::getenv(name);
+  return v == nullptr ? std::string() : std::string(v);
+}
+
+// The folder that holds the per-user registry when TARVO2_REGISTRY is not
+// set, or "" when neither XDG_CONFIG_HOME nor a home folder is known.
+std::string DefaultRegistryFolder() {
+  std::string config = EnvOrEmpty("XDG_CONFIG_HOME");
+  if (config.empty()) {
+    std::string home = EnvOrEmpty("HOME");
+    if (home.empty()) {
+      // No HOME in the environment (a service, a stripped test run): fall
+      // back to the account's home folder.
+      struct passwd pwd;
+      struct passwd* found = nullptr;
+      char buf[4096];
+      if (::getpwuid_r(::getuid(), &pwd, buf, sizeof buf, &found) != 0 ||
+          found == nullptr || found->pw_dir == nullptr ||
+          found->pw_dir[0] == '\0')
+        return std::string();
+      home = found->pw_dir;
+    }
+    config = home + "/.config";
+  }
+  return config + "/tarvo2";
+}
+
+// Creates `folder` and its missing parents, each with mode 0700. Failures
+// are left for the database open to report.
+void MakeFolders(const std::string& folder) {
+  for (std::size_t pos = 1; pos <= folder.size(); ++pos) {
+    if (pos == folder.size() || folder[pos] == '/') {
+      std::string prefix = folder.substr(0, pos);
+      if (::mkdir(prefix.c_str(), 0700) != 0 && errno != EEXIST) return;
+    }
+  }
+}
+
+std::mutex g_mu;
+std::shared_ptr<RegistryStore> g_store;  // guarded by g_mu
+std::string g_location;                  // guarded by g_mu; "" = default
+
+}  // namespace
+
+std::string DefaultRegistryLocation() {
+  std::string env = EnvOrEmpty("TARVO2_REGISTRY");
+  if (!env.empty()) return env;
+  std::string folder = DefaultRegistryFolder();
+  // Without any home the registry cannot persist; keep it in memory rather
+  // than writing into the current directory.
+  if (folder.empty()) return ":memory:";
+  return folder + "/registry.sqlite3";
+}
+
+std::shared_ptr<RegistryStore> GetRegistryStore() {
+  std::lock_guard<std::mutex> lock(g_mu);
+  if (!g_store) {
+    std::string path = g_location;
+    if (path.empty()) {
+      path = DefaultRegistryLocation();
+      if (EnvOrEmpty("TARVO2_REGISTRY").empty() && path != ":memory:")
+        MakeFolders(DefaultRegistryFolder());
+    }
+    g_store = OpenSqliteRegistryStore(path);
+  }
+  return g_store;
+}
+
+void SetRegistryStore(std::shared_ptr<RegistryStore> store) {
+  std::shared_ptr<RegistryStore> old;
+  {
+    std::lock_guard<std::mutex> lock(g_mu);
+    old = std::exchange(g_store, std::move(store));
+  }
+  // `old` is released here, outside the lock.
+}
+
+void SetRegistryLocation(std::string path) {
+  std::shared_ptr<RegistryStore> old;
+  {
+    std::lock_guard<std::mutex> lock(g_mu);
+    g_location = std::move(path);
+    old = std::move(g_store);
+    g_store.reset();
+  }
+}
+
+}  // namespace tarvo2

@@ -1,0 +1,781 @@
+// The registry store kept in one SQLite database.
+//
+// Schema:
+//   reg_keys(id, parent, name, fold, depth): one row per key. The four roots
+//     are the rows 1..4 with a null parent; `name` keeps the spelling the key
+//     was created with, `fold` (FoldName) is the case-insensitive lookup key,
+//     unique among siblings, and the listing order of subkeys. Ids come from
+//     AUTOINCREMENT and are never reused, so a handle naming a deleted key's
+//     id can never see another key in its place, not even one made later by
+//     another process.
+//   reg_values(key_id, name, fold, type, data, seq): one row per value, `seq`
+//     its creation number within its key (kept when the value is replaced).
+// Names are stored as BLOBs: they are code-page bytes, not UTF-8.
+//
+// Every call runs in one transaction: BEGIN IMMEDIATE for writes, so that
+// the checks (is the key still there?) and the changes see the same
+// database, and a deferred one for reads. The database is in WAL mode, so
+// readers are not blocked by a writer in another process; a writer waits
+// for the busy timeout and then fails with kErrorCantWrite.
+//
+// Handles live in an in-process table from handle number to key id and
+// access rights; each call checks that the key row still exists.
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/registry_store_names.h"
+#include "tarvo2/registry_store.h"
+
+namespace tarvo2 {
+namespace {
+
+using registry_internal::FoldName;
+using registry_internal::SplitKeyPath;
+
+constexpr std::int64_t kSchemaVersion = 1;
+constexpr std::int64_t kApplicationId = 0x54525632;  // "TRV2"
+constexpr std::int64_t kFirstRootId = 1;             // HKEY_CLASSES_ROOT
+constexpr std::int64_t kLastRootId = 4;              // HKEY_USERS
+constexpr RegKey kFirstHandle = 0x10;
+
+constexpr const char* kSchemaSql = R"sql(
+CREATE TABLE IF NOT EXISTS reg_keys(
+  id INTEGER PRIMARY KEY AUTOINCREMENT,
+  parent INTEGER,
+  name BLOB NOT NULL,
+  fold BLOB NOT NULL,
+  depth INTEGER NOT NULL);
+CREATE UNIQUE INDEX IF NOT EXISTS reg_keys_by_fold ON reg_keys(parent, fold);
+CREATE TABLE IF NOT EXISTS reg_values(
+  key_id INTEGER NOT NULL,
+  name BLOB NOT NULL,
+  fold BLOB NOT NULL,
+  type INTEGER NOT NULL,
+  data BLOB NOT NULL,
+  seq INTEGER NOT NULL,
+  PRIMARY KEY(key_id, fold));
+CREATE INDEX IF NOT EXISTS reg_values_by_seq ON reg_values(key_id, seq);
+INSERT OR IGNORE INTO reg_keys(id, parent, name, fold, depth) VALUES
+  (1, NULL, 'HKEY_CLASSES_ROOT', 'HKEY_CLASSES_ROOT', 0),
+  (2, NULL, 'HKEY_CURRENT_USER', 'HKEY_CURRENT_USER', 0),
+  (3, NULL, 'HKEY_LOCAL_MACHINE', 'HKEY_LOCAL_MACHINE', 0),
+  (4, NULL, 'HKEY_USERS', 'HKEY_USERS', 0);
+PRAGMA application_id = 1414682162;
+PRAGMA user_version = 1;
+)sql";
+
+bool IsRootHandle(RegKey key) {
+  return key >= kHKeyClassesRoot && key <= kHKeyUsers;
+}
+
+bool IsTextType(std::uint32_t type) {
+  return type == kRegSz || type == kRegExpandSz;
+}
+
+// A text value stored without its terminating NUL reads back with one.
+void AddMissingNul(std::uint32_t type, std::string* data) {
+  if (IsTextType(type) && (data->empty() || data->back() != '\0'))
+    data->push_back('\0');
+}
+
+// The result code for a failed open, from the SQLite code.
+std::int32_t OpenError(int rc) {
+  int primary = rc & 0xFF;
+  if (primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB)
+    return kErrorBadDatabase;
+  return kErrorCantOpen;
+}
+
+// Resets a cached statement when the scope that used it ends.
+class StatementScope {
+ public:
+  explicit StatementScope(sqlite3_stmt* stmt) : stmt_(stmt) {}
+  ~StatementScope() {
+    if (stmt_ != nullptr) {
+      sqlite3_reset(stmt_);
+      sqlite3_clear_bindings(stmt_);
+    }
+  }
+  StatementScope(const StatementScope&) = delete;
+  StatementScope& operator=(const StatementScope&) = delete;
+
+ private:
+  sqlite3_stmt* stmt_;
+};
+
+// Binds code-page text or bytes as a BLOB; an empty one as a zero-length
+// BLOB, never as NULL.
+int BindBytes(sqlite3_stmt* stmt, int index, std::string_view bytes) {
+  if (bytes.empty()) return sqlite3_bind_zeroblob(stmt, index, 0);
+  return sqlite3_bind_blob64(stmt, index, bytes.data(), bytes.size(),
+                             SQLITE_TRANSIENT);
+}
+
+std::string ColumnBytes(sqlite3_stmt* stmt, int column) {
+  const void* p = sqlite3_column_blob(stmt, column);
+  int n = sqlite3_column_bytes(stmt, column);
+  if (p == nullptr || n <= 0) return std::string();
+  return std::string(static_cast<const char*>(p), static_cast<std::size_t>(n));
+}
+
+class SqliteRegistryStore final : public RegistryStore {
+ public:
+  SqliteRegistryStore(const std::string& path,
+                      const SqliteRegistryOptions& options) {
+    open_result_ = Open(path, options);
+  }
+
+  ~SqliteRegistryStore() override {
+    for (auto& entry : statements_) sqlite3_finalize(entry.second);
+    if (db_ != nullptr) sqlite3_close_v2(db_);
+  }
+
+  std::int32_t open_result() const { return open_result_; }
+
+  std::int32_t CreateKey(RegKey parent, const char* subkey,
+                         std::uint32_t access, RegKey* result,
+                         std::uint32_t* disposition) override;
+  std::int32_t OpenKey(RegKey parent, const char* subkey, std::uint32_t access,
+                       RegKey* result) override;
+  std::int32_t CloseKey(RegKey key) override;
+  std::int32_t QueryValue(RegKey key, const char* name, std::uint32_t* type,
+                          std::uint8_t* data, std::uint32_t* size) override;
+  std::int32_t SetValue(RegKey key, const char* name, std::uint32_t type,
+                        const std::uint8_t* data, std::uint32_t size) override;
+  std::int32_t DeleteValue(RegKey key, const char* name) override;
+  std::int32_t DeleteKey(RegKey key, const char* subkey) override;
+  std::int32_t EnumValue(RegKey key, std::uint32_t index, char* name,
+                         std::uint32_t* name_length, std::uint32_t* type,
+                         std::uint8_t* data, std::uint32_t* data_size) override;
+  std::int32_t EnumKey(RegKey key, std::uint32_t index, char* name,
+                       std::uint32_t name_size) override;
+
+ private:
+  struct Handle {
+    std::int64_t key_id;
+    std::uint32_t access;
+  };
+
+  std::int32_t Open(const std::string& path,
+                    const SqliteRegistryOptions& options);
+
+  // The handle table. Requires mu_ held.
+  bool Lookup(RegKey key, Handle* handle) const;
+  RegKey AddHandle(std::int64_t key_id, std::uint32_t access);
+
+  // The cached statement for `sql` (a string literal), or null with the
+  // failure's code in *rc.
+  sqlite3_stmt* Statement(const char* sql, int* rc);
+  // Runs a statement that returns no rows of interest.
+  int Exec(const char* sql);
+
+  // Maps a SQLite failure inside the running transaction to a result code.
+  std::int32_t StoreError(int rc) const;
+
+  // Run `body` (returning a result code) inside a transaction; a nonzero
+  // code rolls the transaction back.
+  template <typename Body>
+  std::int32_t Read(Body body);
+  template <typename Body>
+  std::int32_t Write(Body body);
+  std::int32_t Finish(std::int32_t code);
+
+  // Helpers for use inside a transaction. Each returns kErrorSuccess, the
+  // code named, or a store failure.
+  // kErrorKeyDeleted when the key row is gone; else its depth below a root.
+  std::int32_t LoadKey(std::int64_t id, std::int64_t* depth);
+  // kErrorFileNotFound when `parent` has no child `name`.
+  std::int32_t FindChild(std::int64_t parent, std::string_view name,
+                         std::int64_t* child);
+  // Follows `parts` from `base`; kErrorFileNotFound when one is missing.
+  std::int32_t Resolve(std::int64_t base,
+                       const std::vector<std::string_view>& parts,
+                       std::int64_t* id);
+  // Follows `parts` from `base`, creating what is missing.
+  std::int32_t ResolveOrCreate(std::int64_t base, std::int64_t base_depth,
+                               const std::vector<std::string_view>& parts,
+                               std::int64_t* id, bool* created);
+  // kErrorFileNotFound when the key has no value `fold`.
+  std::int32_t FetchValue(std::int64_t key_id, const std::string& fold,
+                          std::uint32_t* type, std::string* data);
+  // The result for a value write through a handle without kKeySetValue.
+  std::int32_t DeniedWrite(const Handle& handle);
+
+  std::mutex mu_;
+  sqlite3* db_ = nullptr;
+  std::int32_t open_result_ = kErrorCantOpen;
+  bool writing_ = false;  // the running transaction is a write
+  std::map<const char*, sqlite3_stmt*> statements_;
+  std::map<RegKey, Handle> handles_;
+  RegKey next_handle_ = kFirstHandle;
+};
+
+std::int32_t SqliteRegistryStore::Open(const std::string& path,
+                                       const SqliteRegistryOptions& options) {
+  const bool in_memory = path == ":memory:";
+  if (!in_memory) {
+    // Create the file ourselves so that it is private to the user; SQLite
+    // gives its wal and shm files the same mode.
+    int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd >= 0) ::close(fd);
+  }
+  int rc = sqlite3_open_v2(
+      path.c_str(), &db_,
+      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
+      nullptr);
+  if (rc != SQLITE_OK) return OpenError(rc);
+  sqlite3_extended_result_codes(db_, 1);
+  sqlite3_busy_timeout(db_, options.busy_timeout_ms);
+
+  // Reading the header tells a database from any other file.
+  std::int64_t version = 0, app_id = 0;
+  {
+    sqlite3_stmt* stmt = Statement("PRAGMA user_version", &rc);
+    if (stmt == nullptr) return OpenError(rc);
+    StatementScope scope(stmt);
+    rc = sqlite3_step(stmt);
+    if (rc != SQLITE_ROW) return OpenError(rc);
+    version = sqlite3_column_int64(stmt, 0);
+  }
+  {
+    sqlite3_stmt* stmt = Statement("PRAGMA application_id", &rc);
+    if (stmt == nullptr) return OpenError(rc);
+    StatementScope scope(stmt);
+    rc = sqlite3_step(stmt);
+    if (rc != SQLITE_ROW) return OpenError(rc);
+    app_id = sqlite3_column_int64(stmt, 0);
+  }
+  if (version != 0 && (version != kSchemaVersion || app_id != kApplicationId))
+    return kErrorBadDatabase;  // a newer registry, or another program's file
+
+  const bool read_only = sqlite3_db_readonly(db_, "main") == 1;
+  if (!read_only && !in_memory) {
+    rc = Exec("PRAGMA journal_mode=WAL");
+    if (rc != SQLITE_OK) return OpenError(rc);
+    Exec("PRAGMA synchronous=NORMAL");  // durable enough with WAL
+  }
+  if (version == 0) {
+    if (read_only) return kErrorCantOpen;
+    rc = Exec("BEGIN IMMEDIATE");
+    if (rc != SQLITE_OK) return OpenError(rc);
+    rc = sqlite3_exec(db_, kSchemaSql, nullptr, nullptr, nullptr);
+    if (rc == SQLITE_OK) rc = Exec("COMMIT");
+    if (rc != SQLITE_OK) {
+      if (!sqlite3_get_autocommit(db_)) Exec("ROLLBACK");
+      return OpenError(rc);
+    }
+  }
+  return kErrorSuccess;
+}
+
+sqlite3_stmt* SqliteRegistryStore::Statement(const char* sql, int* rc) {
+  auto it = statements_.find(sql);
+  if (it != statements_.end()) return it->second;
+  sqlite3_stmt* stmt = nullptr;
+  *rc = sqlite3_prepare_v3(db_, sql, -1, SQLITE_PREPARE_PERSISTENT, &stmt,
+                           nullptr);
+  if (*rc != SQLITE_OK) {
+    sqlite3_finalize(stmt);
+    return nullptr;
+  }
+  statements_.emplace(sql, stmt);
+  return stmt;
+}
+
+int SqliteRegistryStore::Exec(const char* sql) {
+  int rc = SQLITE_OK;
+  sqlite3_stmt* stmt = Statement(sql, &rc);
+  if (stmt == nullptr) return rc;
+  StatementScope scope(stmt);
+  do {
+    rc = sqlite3_step(stmt);
+  } while (rc == SQLITE_ROW);
+  return rc == SQLITE_DONE ? SQLITE_OK : rc;
+}
+
+std::int32_t SqliteRegistryStore::StoreError(int rc) const {
+  switch (rc & 0xFF) {
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+      return kErrorBadDatabase;
+    case SQLITE_NOMEM:
+      return kErrorOutOfMemory;
+    default:
+      return writing_ ? kErrorCantWrite : kErrorCantRead;
+  }
+}
+
+template <typename Body>
+std::int32_t SqliteRegistryStore::Read(Body body) {
+  writing_ = false;
+  int rc = Exec("BEGIN DEFERRED");
+  if (rc != SQLITE_OK) return StoreError(rc);
+  return Finish(body());
+}
+
+template <typename Body>
+std::int32_t SqliteRegistryStore::Write(Body body) {
+  writing_ = true;
+  int rc = Exec("BEGIN IMMEDIATE");
+  if (rc != SQLITE_OK) return StoreError(rc);
+  return Finish(body());
+}
+
+std::int32_t SqliteRegistryStore::Finish(std::int32_t code) {
+  if (code == kErrorSuccess) {
+    int rc = Exec("COMMIT");
+    if (rc != SQLITE_OK) code = StoreError(rc);
+  }
+  // A failed body or commit leaves the transaction open: undo all of it.
+  if (!sqlite3_get_autocommit(db_)) Exec("ROLLBACK");
+  return code;
+}
+
+bool SqliteRegistryStore::Lookup(RegKey key, Handle* handle) const {
+  if (IsRootHandle(key)) {
+    *handle = {kFirstRootId + (key - kHKeyClassesRoot), kKeyAllAccess};
+    return true;
+  }
+  auto it = handles_.find(key);
+  if (it == handles_.end()) return false;
+  *handle = it->second;
+  return true;
+}
+
+RegKey SqliteRegistryStore::AddHandle(std::int64_t key_id,
+                                      std::uint32_t access) {
+  // Handle numbers run upwards below the roots; after a wrap-around the
+  // ones still in use are skipped.
+  while (next_handle_ == 0 || next_handle_ >= kHKeyClassesRoot ||
+         handles_.count(next_handle_) != 0) {
+    next_handle_ =
+        next_handle_ >= kHKeyClassesRoot ? kFirstHandle : next_handle_ + 1;
+  }
+  RegKey key = next_handle_++;
+  handles_[key] = {key_id, access};
+  return key;
+}
+
+std::int32_t SqliteRegistryStore::LoadKey(std::int64_t id,
+                                          std::int64_t* depth) {
+  int rc = SQLITE_OK;
+  sqlite3_stmt* stmt =
+      Statement("SELECT depth FROM reg_keys WHERE id = ?1", &rc);
+  if (stmt == nullptr) return StoreError(rc);
+  StatementScope scope(stmt);
+  sqlite3_bind_int64(stmt, 1, id);
+  rc = sqlite3_step(stmt);
+  if (rc == SQLITE_DONE) return kErrorKeyDeleted;
+  if (rc != SQLITE_ROW) return StoreError(rc);
+  *depth = sqlite3_column_int64(stmt, 0);
+  return kErrorSuccess;
+}
+
+std::int32_t SqliteRegistryStore::FindChild(std::int64_t parent,
+                                            std::string_view name,
+                                            std::int64_t* child) {
+  int rc = SQLITE_OK;
+  sqlite3_stmt* stmt = Statement(
+      "SELECT id FROM reg_keys WHERE parent = ?1 AND fold = ?2", &rc);
+  if (stmt == nullptr) return StoreError(rc);
+  StatementScope scope(stmt);
+  sqlite3_bind_int64(stmt, 1, parent);
+  BindBytes(stmt, 2, FoldName(name));
+  rc = sqlite3_step(stmt);
+  if (rc == SQLITE_DONE) return kErrorFileNotFound;
+  if (rc != SQLITE_ROW) return StoreError(rc);
+  *child = sqlite3_column_int64(stmt, 0);
+  return kErrorSuccess;
+}
+
+std::int32_t SqliteRegistryStore::Resolve(
+    std::int64_t base, const std::vector<std::string_view>& parts,
+    std::int64_t* id) {
+  std::int64_t current = base;
+  for (std::string_view part : parts) {
+    std::int32_t code = FindChild(current, part, &current);
+    if (code != kErrorSuccess) return code;
+  }
+  *id = current;
+  return kErrorSuccess;
+}
+
+std::int32_t SqliteRegistryStore::ResolveOrCreate(
+    std::int64_t base, std::int64_t base_depth,
+    const std::vector<std::string_view>& parts, std::int64_t* id,
+    bool* created) {
+  std::int64_t current = base;
+  std::int64_t depth = base_depth;
+  *created = false;
+  for (std::string_view part : parts) {
+    ++depth;
+    std::int32_t code = FindChild(current, part, &current);
+    if (code == kErrorSuccess) continue;
+    if (code != kErrorFileNotFound) return code;
+    int rc = SQLITE_OK;
+    sqlite3_stmt* stmt = Statement(
+        "INSERT INTO reg_keys(parent, name, fold, depth) "
+        "VALUES(?1, ?2, ?3, ?4)",
+        &rc);
+    if (stmt == nullptr) return StoreError(rc);
+    StatementScope scope(stmt);
+    sqlite3_bind_int64(stmt, 1, current);
+    BindBytes(stmt, 2, part);
+    BindBytes(stmt, 3, FoldName(part));
+    sqlite3_bind_int64(stmt, 4, depth);
+    rc = sqlite3_step(stmt);
+    if (rc != SQLITE_DONE) return StoreError(rc);
+    current = sqlite3_last_insert_rowid(db_);
+    *created = true;
+  }
+  *id = current;
+  return kErrorSuccess;
+}
+
+std::int32_t SqliteRegistryStore::FetchValue(std::int64_t key_id,
+                                             const std::string& fold,
+                                             std::uint32_t* type,
+                                             std::string* data) {
+  int rc = SQLITE_OK;
+  sqlite3_stmt* stmt = Statement(
+      "SELECT type, data FROM reg_values WHERE key_id = ?1 AND fold = ?2",
+      &rc);
+  if (stmt == nullptr) return StoreError(rc);
+  StatementScope scope(stmt);
+  sqlite3_bind_int64(stmt, 1, key_id);
+  BindBytes(stmt, 2, fold);
+  rc = sqlite3_step(stmt);
+  if (rc == SQLITE_DONE) return kErrorFileNotFound;
+  if (rc != SQLITE_ROW) return StoreError(rc);
+  *type = static_cast<std::uint32_t>(sqlite3_column_int64(stmt, 0));
+  *data = ColumnBytes(stmt, 1);
+  return kErrorSuccess;
+}
+
+std::int32_t SqliteRegistryStore::DeniedWrite(const Handle& handle) {
+  // A deleted key is reported as such even through a read-only handle.
+  std::int32_t code = Read([&] {
+    std::int64_t depth;
+    return LoadKey(handle.key_id, &depth);
+  });
+  return code != kErrorSuccess ? code : kErrorAccessDenied;
+}
+
+std::int32_t SqliteRegistryStore::CreateKey(RegKey parent, const char* subkey,
+                                            std::uint32_t access,
+                                            RegKey* result,
+                                            std::uint32_t* disposition) {
+  if (result == nullptr) return kErrorInvalidParameter;
+  *result = 0;
+  std::lock_guard<std::mutex> lock(mu_);
+  if (open_result_ != kErrorSuccess) return open_result_;
+  Handle handle;
+  if (!Lookup(parent, &handle)) return kErrorInvalidHandle;
+  std::vector<std::string_view> parts;
+  std::int32_t code = SplitKeyPath(subkey ? subkey : "", &parts);
+  if (code != kErrorSuccess) return code;
+
+  // Most creates find the key in place: try that without taking the write
+  // lock, which also lets existing keys open in a read-only database.
+  std::int64_t id = 0;
+  bool created = false;
+  auto find_or_make = [&](bool make) {
+    std::int64_t depth = 0;
+    std::int32_t c = LoadKey(handle.key_id, &depth);
+    if (c != kErrorSuccess) return c;
+    if (depth + static_cast<std::int64_t>(parts.size()) >
+        static_cast<std::int64_t>(kMaxKeyDepth))
+      return kErrorInvalidParameter;
+    return make ? ResolveOrCreate(handle.key_id, depth, parts, &id, &created)
+                : Resolve(handle.key_id, parts, &id);
+  };
+  code = Read([&] { return find_or_make(false); });
+  if (code == kErrorFileNotFound) code = Write([&] { return find_or_make(true); });
+  if (code != kErrorSuccess) return code;
+  *result = AddHandle(id, access);
+  if (disposition != nullptr)
+    *disposition = created ? kRegCreatedNewKey : kRegOpenedExistingKey;
+  return kErrorSuccess;
+}
+
+std::int32_t SqliteRegistryStore::OpenKey(RegKey parent, const char* subkey,
+                                          std::uint32_t access,
+                                          RegKey* result) {
+  if (result == nullptr) return kErrorInvalidParameter;
+  *result = 0;
+  std::lock_guard<std::mutex> lock(mu_);
+  if (open_result_ != kErrorSuccess) return open_result_;
+  Handle handle;
+  if (!Lookup(parent, &handle)) return kErrorInvalidHandle;
+  std::vector<std::string_view> parts;
+  std::int32_t code = SplitKeyPath(subkey ? subkey : "", &parts);
+  if (code != kErrorSuccess) return code;
+  std::int64_t id = 0;
+  code = Read([&] {
+    std::int64_t depth;
+    std::int32_t c = LoadKey(handle.key_id, &depth);
+    return c != kErrorSuccess ? c : Resolve(handle.key_id, parts, &id);
+  });
+  if (code != kErrorSuccess) return code;
+  *result = AddHandle(id, access);
+  return kErrorSuccess;
+}
+
+std::int32_t SqliteRegistryStore::CloseKey(RegKey key) {
+  std::lock_guard<std::mutex> lock(mu_);
+  if (IsRootHandle(key)) return kErrorSuccess;
+  return handles_.erase(key) != 0 ? kErrorSuccess : kErrorInvalidHandle;
+}
+
+std::int32_t SqliteRegistryStore::QueryValue(RegKey key, const char* name,
+                                             std::uint32_t* type,
+                                             std::uint8_t* data,
+                                             std::uint32_t* size) {
+  if (data != nullptr && size == nullptr) return kErrorInvalidParameter;
+  std::lock_guard<std::mutex> lock(mu_);
+  if (open_result_ != kErrorSuccess) return open_result_;
+  Handle handle;
+  if (!Lookup(key, &handle)) return kErrorInvalidHandle;
+  const std::string fold = FoldName(name ? name : "");
+  std::uint32_t stored_type = kRegNone;
+  std::string bytes;
+  std::int32_t code = Read([&] {
+    std::int64_t depth;
+    std::int32_t c = LoadKey(handle.key_id, &depth);
+    return c != kErrorSuccess ? c
+                              : FetchValue(handle.key_id, fold, &stored_type,
+                                           &bytes);
+  });
+  if (code == kErrorFileNotFound && type != nullptr) *type = kRegNone;
+  if (code != kErrorSuccess) return code;
+  AddMissingNul(stored_type, &bytes);
+  const auto needed = static_cast<std::uint32_t>(bytes.size());
+  if (type != nullptr) *type = stored_type;
+  if (data == nullptr) {
+    if (size != nullptr) *size = needed;
+    return kErrorSuccess;
+  }
+  if (*size < needed) {
+    *size = needed;
+    return kErrorMoreData;
+  }
+  if (needed > 0) std::memcpy(data, bytes.data(), needed);
+  *size = needed;
+  return kErrorSuccess;
+}
+
+std::int32_t SqliteRegistryStore::SetValue(RegKey key, const char* name,
+                                           std::uint32_t type,
+                                           const std::uint8_t* data,
+                                           std::uint32_t size) {
+  if (data == nullptr && size > 0) return kErrorInvalidParameter;
+  std::lock_guard<std::mutex> lock(mu_);
+  if (open_result_ != kErrorSuccess) return open_result_;
+  Handle handle;
+  if (!Lookup(key, &handle)) return kErrorInvalidHandle;
+  const std::string_view value_name = name ? name : "";
+  if (value_name.size() > kMaxValueNameLength) return kErrorInvalidParameter;
+  if ((handle.access & kKeySetValue) == 0) return DeniedWrite(handle);
+  return Write([&] {
+    std::int64_t depth;
+    std::int32_t c = LoadKey(handle.key_id, &depth);
+    if (c != kErrorSuccess) return c;
+    int rc = SQLITE_OK;
+    // A replaced value keeps its name's spelling and its place.
+    sqlite3_stmt* stmt = Statement(
+        "INSERT INTO reg_values(key_id, name, fold, type, data, seq) "
+        "VALUES(?1, ?2, ?3, ?4, ?5, (SELECT COALESCE(MAX(seq), 0) + 1 "
+        "FROM reg_values WHERE key_id = ?1)) "
+        "ON CONFLICT(key_id, fold) DO UPDATE SET "
+        "type = excluded.type, data = excluded.data",
+        &rc);
+    if (stmt == nullptr) return StoreError(rc);
+    StatementScope scope(stmt);
+    sqlite3_bind_int64(stmt, 1, handle.key_id);
+    BindBytes(stmt, 2, value_name);
+    BindBytes(stmt, 3, FoldName(value_name));
+    sqlite3_bind_int64(stmt, 4, type);
+    rc = size == 0 ? sqlite3_bind_zeroblob(stmt, 5, 0)
+                   : sqlite3_bind_blob64(stmt, 5, data, size, SQLITE_STATIC);
+    if (rc != SQLITE_OK) return StoreError(rc);
+    rc = sqlite3_step(stmt);
+    return rc == SQLITE_DONE ? kErrorSuccess : StoreError(rc);
+  });
+}
+
+std::int32_t SqliteRegistryStore::DeleteValue(RegKey key, const char* name) {
+  std::lock_guard<std::mutex> lock(mu_);
+  if (open_result_ != kErrorSuccess) return open_result_;
+  Handle handle;
+  if (!Lookup(key, &handle)) return kErrorInvalidHandle;
+  if ((handle.access & kKeySetValue) == 0) return DeniedWrite(handle);
+  const std::string fold = FoldName(name ? name : "");
+  return Write([&] {
+    std::int64_t depth;
+    std::int32_t c = LoadKey(handle.key_id, &depth);
+    if (c != kErrorSuccess) return c;
+    int rc = SQLITE_OK;
+    sqlite3_stmt* stmt = Statement(
+        "DELETE FROM reg_values WHERE key_id = ?1 AND fold = ?2", &rc);
+    if (stmt == nullptr) return StoreError(rc);
+    StatementScope scope(stmt);
+    sqlite3_bind_int64(stmt, 1, handle.key_id);
+    BindBytes(stmt, 2, fold);
+    rc = sqlite3_step(stmt);
+    if (rc != SQLITE_DONE) return StoreError(rc);
+    return sqlite3_changes(db_) == 0 ? kErrorFileNotFound : kErrorSuccess;
+  });
+}
+
+std::int32_t SqliteRegistryStore::DeleteKey(RegKey key, const char* subkey) {
+  if (subkey == nullptr) return kErrorInvalidParameter;
+  std::lock_guard<std::mutex> lock(mu_);
+  if (open_result_ != kErrorSuccess) return open_result_;
+  Handle handle;
+  if (!Lookup(key, &handle)) return kErrorInvalidHandle;
+  std::vector<std::string_view> parts;
+  std::int32_t code = SplitKeyPath(subkey, &parts);
+  if (code != kErrorSuccess) return code;
+  return Write([&] {
+    std::int64_t depth, target;
+    std::int32_t c = LoadKey(handle.key_id, &depth);
+    if (c == kErrorSuccess) c = Resolve(handle.key_id, parts, &target);
+    if (c != kErrorSuccess) return c;
+    if (target >= kFirstRootId && target <= kLastRootId)
+      return kErrorAccessDenied;
+    int rc = SQLITE_OK;
+    {
+      sqlite3_stmt* stmt = Statement(
+          "SELECT 1 FROM reg_keys WHERE parent = ?1 LIMIT 1", &rc);
+      if (stmt == nullptr) return StoreError(rc);
+      StatementScope scope(stmt);
+      sqlite3_bind_int64(stmt, 1, target);
+      rc = sqlite3_step(stmt);
+      if (rc == SQLITE_ROW) return kErrorAccessDenied;  // has subkeys
+      if (rc != SQLITE_DONE) return StoreError(rc);
+    }
+    for (const char* sql : {"DELETE FROM reg_values WHERE key_id = ?1",
+                            "DELETE FROM reg_keys WHERE id = ?1"}) {
+      sqlite3_stmt* stmt = Statement(sql, &rc);
+      if (stmt == nullptr) return StoreError(rc);
+      StatementScope scope(stmt);
+      sqlite3_bind_int64(stmt, 1, target);
+      rc = sqlite3_step(stmt);
+      if (rc != SQLITE_DONE) return StoreError(rc);
+    }
+    return kErrorSuccess;
+  });
+}
+
+std::int32_t SqliteRegistryStore::EnumValue(
+    RegKey key, std::uint32_t index, char* name, std::uint32_t* name_length,
+    std::uint32_t* type, std::uint8_t* data, std::uint32_t* data_size) {
+  if (name == nullptr || name_length == nullptr ||
+      (data != nullptr && data_size == nullptr))
+    return kErrorInvalidParameter;
+  std::lock_guard<std::mutex> lock(mu_);
+  if (open_result_ != kErrorSuccess) return open_result_;
+  Handle handle;
+  if (!Lookup(key, &handle)) return kErrorInvalidHandle;
+  std::string value_name, bytes;
+  std::uint32_t stored_type = kRegNone;
+  std::int32_t code = Read([&] {
+    std::int64_t depth;
+    std::int32_t c = LoadKey(handle.key_id, &depth);
+    if (c != kErrorSuccess) return c;
+    int rc = SQLITE_OK;
+    sqlite3_stmt* stmt = Statement(
+        "SELECT name, type, data FROM reg_values WHERE key_id = ?1 "
+        "ORDER BY seq LIMIT 1 OFFSET ?2",
+        &rc);
+    if (stmt == nullptr) return StoreError(rc);
+    StatementScope scope(stmt);
+    sqlite3_bind_int64(stmt, 1, handle.key_id);
+    sqlite3_bind_int64(stmt, 2, index);
+    rc = sqlite3_step(stmt);
+    if (rc == SQLITE_DONE) return kErrorNoMoreItems;
+    if (rc != SQLITE_ROW) return StoreError(rc);
+    value_name = ColumnBytes(stmt, 0);
+    stored_type = static_cast<std::uint32_t>(sqlite3_column_int64(stmt, 1));
+    bytes = ColumnBytes(stmt, 2);
+    return kErrorSuccess;
+  });
+  if (code != kErrorSuccess) return code;
+  AddMissingNul(stored_type, &bytes);
+  const auto needed = static_cast<std::uint32_t>(bytes.size());
+  if (data != nullptr && *data_size < needed) {
+    *data_size = needed;
+    if (type != nullptr) *type = stored_type;
+    return kErrorMoreData;
+  }
+  if (*name_length > value_name.size()) {
+    std::memcpy(name, value_name.data(), value_name.size());
+    name[value_name.size()] = '\0';
+    *name_length = static_cast<std::uint32_t>(value_name.size());
+  } else {
+    code = kErrorMoreData;
+    if (*name_length > 0) {
+      std::memcpy(name, value_name.data(), *name_length - 1);
+      name[*name_length - 1] = '\0';
+    }
+  }
+  if (type != nullptr) *type = stored_type;
+  if (data != nullptr && needed > 0) std::memcpy(data, bytes.data(), needed);
+  if (data_size != nullptr) *data_size = needed;
+  return code;
+}
+
+std::int32_t SqliteRegistryStore::EnumKey(RegKey key, std::uint32_t index,
+                                          char* name,
+                                          std::uint32_t name_size) {
+  if (name == nullptr) return kErrorInvalidParameter;
+  std::lock_guard<std::mutex> lock(mu_);
+  if (open_result_ != kErrorSuccess) return open_result_;
+  Handle handle;
+  if (!Lookup(key, &handle)) return kErrorInvalidHandle;
+  std::string key_name;
+  std::int32_t code = Read([&] {
+    std::int64_t depth;
+    std::int32_t c = LoadKey(handle.key_id, &depth);
+    if (c != kErrorSuccess) return c;
+    int rc = SQLITE_OK;
+    sqlite3_stmt* stmt = Statement(
+        "SELECT name FROM reg_keys WHERE parent = ?1 "
+        "ORDER BY fold LIMIT 1 OFFSET ?2",
+        &rc);
+    if (stmt == nullptr) return StoreError(rc);
+    StatementScope scope(stmt);
+    sqlite3_bind_int64(stmt, 1, handle.key_id);
+    sqlite3_bind_int64(stmt, 2, index);
+    rc = sqlite3_step(stmt);
+    if (rc == SQLITE_DONE) return kErrorNoMoreItems;
+    if (rc != SQLITE_ROW) return StoreError(rc);
+    key_name = ColumnBytes(stmt, 0);
+    return kErrorSuccess;
+  });
+  if (code != kErrorSuccess) return code;
+  if (name_size <= key_name.size()) return kErrorMoreData;
+  std::memcpy(name, key_name.data(), key_name.size());
+  name[key_name.size()] = '\0';
+  return kErrorSuccess;
+}
+
+}  // namespace
+
+std::shared_ptr<RegistryStore> OpenSqliteRegistryStore(
+    const std::string& path, const SqliteRegistryOptions& options,
+    std::int32_t* open_result) {
+  auto store = std::make_shared<SqliteRegistryStore>(path, options);
+  if (open_result != nullptr) *open_result = store->open_result();
+  return store;
+}
+
+}  // namespace tarvo2
