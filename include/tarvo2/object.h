@@ -24,6 +24,8 @@ using StringView = std::u16string_view;
 class Variant;
 struct TypeInfo;
 class CallArgs;
+template <class T>
+class Ref;
 
 // Dispatch identities with a fixed meaning.
 using DispId = std::int32_t;
@@ -76,9 +78,9 @@ class Object {
   virtual Variant Invoke(DispId id, InvokeKind kind, CallArgs& args);
 
   // Returns the object's view under another interface name (compared
-  // without regard to letter case), or an empty pointer when it has none.
+  // without regard to letter case), or an empty Ref when it has none.
   // Every object answers to its own class name with itself.
-  virtual Object* QueryInterfaceRaw(StringView interface_name);
+  virtual Ref<Object> QueryInterface(StringView interface_name);
 
  private:
   mutable std::atomic<std::int32_t> refs_{0};
@@ -127,8 +129,6 @@ Ref<T> RefCast(const Ref<U>& p) {
   return Ref<T>(dynamic_cast<T*>(p.get()));
 }
 
-// The object's view under `interface_name`, as a Ref.
-Ref<Object> QueryInterface(const Ref<Object>& obj, StringView interface_name);
 
 }  // namespace tarvo2
 

@@ -9,13 +9,8 @@ String Object::ClassName() const { return GetTypeInfo().name; }
 
 DispId Object::GetIdOfName(StringView name) const { return GetTypeInfo().IdOfName(name); }
 
-Object* Object::QueryInterfaceRaw(StringView interface_name) {
-  return EqualsNoCase(interface_name, ClassName()) ? this : nullptr;
-}
-
-Ref<Object> QueryInterface(const Ref<Object>& obj, StringView interface_name) {
-  if (!obj) RaiseRuntimeError(err::kObjectNotSet);
-  return Ref<Object>(obj->QueryInterfaceRaw(interface_name));
+Ref<Object> Object::QueryInterface(StringView interface_name) {
+  return EqualsNoCase(interface_name, ClassName()) ? Ref<Object>(this) : Ref<Object>();
 }
 
 namespace {

@@ -1,0 +1,81 @@
+// The library's own errors, the raise switch, and start-up.
+//
+// A failure that the library detects itself has one of 26 codes. It is
+// raised through RaiseLibraryError, which raises number 0x80040000 + code
+// with the code's fixed message and the library's name as the source, but
+// only while the process-wide raise switch is on. While it is off the call
+// does nothing and the calling procedure goes on with its next step; each
+// procedure documents what it then does.
+#ifndef TARVO2_LIBRARY_ERRORS_H_
+#define TARVO2_LIBRARY_ERRORS_H_
+
+#include <cstdint>
+
+#include "tarvo2/error.h"
+
+namespace tarvo2 {
+
+// The 26 library error codes.
+enum LibraryErrorCode : std::int32_t {
+  ErrDirectStringAccess = 10001,
+  ErrPageNotFound = 10002,
+  ErrFieldNotFound = 10003,
+  ErrBadDb = 10004,
+  ErrBadKey = 10005,
+  ErrCantOpenKey = 10006,
+  ErrCantReadKey = 10007,
+  ErrCantWriteKey = 10008,
+  ErrOutOfMemory = 10009,
+  ErrArenaTrashed = 10010,
+  ErrAccessDenied = 10011,
+  ErrInvalidParameters = 10012,
+  ErrNoMoreItems = 10013,
+  ErrInvalidLineNumber = 10014,
+  ErrEncryptionKeyNotSet = 10015,
+  ErrIncompatibleVersion = 10016,
+  ErrPageNameExists = 10017,
+  ErrSinglePageMode = 10018,
+  ErrAlreadyBound = 10019,
+  ErrBindWhileProtected = 10020,
+  ErrProtectWhileBound = 10021,
+  ErrZeroLengthFieldName = 10022,
+  ErrIllegalCharacters = 10023,
+  ErrKeyHasSubkeys = 10024,
+  ErrParameterOutOfBounds = 10025,
+  ErrObjectInvalidated = 10026,
+};
+
+// The automation base of object-defined errors.
+inline constexpr std::int32_t kObjectErrorBase = static_cast<std::int32_t>(0x80040000);
+
+// The number a client sees for `code`: 0x80040000 + code (negative).
+constexpr std::int32_t LibraryErrorNumber(std::int32_t code) {
+  return static_cast<std::int32_t>(0x80040000u + static_cast<std::uint32_t>(code));
+}
+
+// The fixed message of a library error number; empty for any other number.
+String LibraryErrorMessage(std::int32_t number);
+
+// Raises `number` with its fixed message while the raise switch is on.
+// A number outside the table raises `fallback` alone, with the runtime's
+// standard description. With a non-empty `source` that text is the origin
+// line, else the library's name. With the switch off, returns at once.
+// This procedure adds no line to the source chain.
+void RaiseLibraryError(std::int32_t number, StringView source, std::int32_t fallback);
+
+// Shorthand for RaiseLibraryError(LibraryErrorNumber(code), u"", 0).
+void RaiseLibraryError(LibraryErrorCode code);
+
+// The raise switch: shared by every object of the library, on after
+// start-up. Reads and writes are not synchronised beyond atomicity.
+void SetRaiseErrors(bool raise);
+bool RaiseErrorsEnabled();
+
+// Library start-up: turns the raise switch on. It runs once, by itself,
+// before the switch is first read or written; calling it again turns the
+// switch on again.
+void Main();
+
+}  // namespace tarvo2
+
+#endif  // TARVO2_LIBRARY_ERRORS_H_

@@ -1,0 +1,37 @@
+// The message-box service: how the library shows a modal message.
+//
+// The version report is the only user interface of the library. It goes
+// through the current MessageBoxService, which an application (or a test)
+// can replace. The default one writes the title and the message to standard
+// output and, when standard input is a terminal, waits until the user
+// presses Enter.
+#ifndef TARVO2_MESSAGE_BOX_H_
+#define TARVO2_MESSAGE_BOX_H_
+
+#include <cstdint>
+#include <memory>
+
+#include "tarvo2/object.h"
+
+namespace tarvo2 {
+
+// Message box styles the library uses.
+inline constexpr std::int32_t kMbOk = 0;
+inline constexpr std::int32_t kMbIconInformation = 64;
+
+class MessageBoxService {
+ public:
+  virtual ~MessageBoxService() = default;
+  // Shows `message` with `title` and returns when the user has closed it.
+  // A failure is reported by throwing tarvo2::Error.
+  virtual void Show(StringView message, StringView title, std::int32_t style) = 0;
+};
+
+// The current service (the terminal one unless replaced).
+std::shared_ptr<MessageBoxService> GetMessageBoxService();
+// Replaces the current service; nullptr restores the default.
+void SetMessageBoxService(std::shared_ptr<MessageBoxService> service);
+
+}  // namespace tarvo2
+
+#endif  // TARVO2_MESSAGE_BOX_H_

@@ -1,0 +1,99 @@
+// TarvoStdInterface: the common interface of the three stores, and the
+// version report that every class of the library has.
+//
+// A store is addressed by a path and a section, and values are set and read
+// by field name, with arrays joined and split at a delimiter. Each store
+// offers this interface beside its own through QueryInterface(
+// u"TarvoStdInterface") (or its StdInterface() accessor), implemented by a
+// view object that forwards to the store's TarvoStdInterface_* members.
+// TarvoStdInterface is also a creatable class of its own, whose members do
+// nothing except Version.
+#ifndef TARVO2_STD_INTERFACE_H_
+#define TARVO2_STD_INTERFACE_H_
+
+#include <cstdint>
+
+#include "tarvo2/dispatch.h"
+
+namespace tarvo2 {
+
+// The internal version every class reports and every importer requires.
+inline constexpr char16_t kInternalVersion[] = u"2.0";
+// The library's file name and build version, as the version report names them.
+inline constexpr char16_t kLibraryFileName[] = u"Tarvo2";
+inline constexpr std::int32_t kVersionMajor = 2;
+inline constexpr std::int32_t kVersionMinor = 0;
+inline constexpr std::int32_t kVersionRevision = 4;
+
+// The text of the version report for a class: "Tarvo2 - 2.0.4", CR,
+// "Module: <class name> - 2.0".
+String VersionReportText(StringView class_name);
+
+// The version report: composes the text, shows it in a message box (style
+// 64, title "Tarvo2 - Version Information") when `show` is true and returns
+// once the user has closed it, and returns "2.0". Failures of the message
+// box pass to the caller, which adds its own label.
+String VersionReport(StringView class_name, bool show);
+
+class TarvoStdInterface : public Object {
+ public:
+  static Ref<TarvoStdInterface> Create() { return MakeRef<TarvoStdInterface>(); }
+  static const TypeInfo& Info();
+  const TypeInfo& GetTypeInfo() const override { return Info(); }
+
+  // On the bare class: writing the path or section has no effect, reading
+  // them gives "", SetValue stores nothing and returns false, GetValue
+  // returns Empty. Stores' views forward to the store.
+  virtual void put_Path(const String& path);
+  virtual String get_Path();
+  virtual void put_Section(const String& section);
+  virtual String get_Section();
+  virtual bool SetValue(const String& sFieldName, const Variant& vValue, const String& sDelimiter = u"\t");
+  virtual Variant GetValue(const String& sFieldName, const String& sDelimiter = u"\t");
+  // "2.0"; with bShow also shows the version report.
+  virtual Variant Version(bool bShow = false);
+};
+
+// The view of a store under TarvoStdInterface. `Store` provides the members
+// TarvoStdInterface_put_Path, _get_Path, _put_Section, _get_Section,
+// _SetValue, _GetValue and _Version. The view reports the store's class name
+// and answers QueryInterface like the store.
+template <class Store>
+class StdInterfaceView : public TarvoStdInterface {
+ public:
+  explicit StdInterfaceView(Ref<Store> store) : store_(std::move(store)) {}
+  String ClassName() const override { return store_->ClassName(); }
+  Ref<Object> QueryInterface(StringView name) override {
+    if (EqualsNoCase(name, u"TarvoStdInterface")) return Ref<Object>(this);
+    return store_->QueryInterface(name);
+  }
+  void put_Path(const String& p) override { store_->TarvoStdInterface_put_Path(p); }
+  String get_Path() override { return store_->TarvoStdInterface_get_Path(); }
+  void put_Section(const String& s) override { store_->TarvoStdInterface_put_Section(s); }
+  String get_Section() override { return store_->TarvoStdInterface_get_Section(); }
+  bool SetValue(const String& f, const Variant& v, const String& d = u"\t") override {
+    return store_->TarvoStdInterface_SetValue(f, v, d);
+  }
+  Variant GetValue(const String& f, const String& d = u"\t") override {
+    return store_->TarvoStdInterface_GetValue(f, d);
+  }
+  Variant Version(bool show = false) override { return store_->TarvoStdInterface_Version(show); }
+  const Ref<Store>& store() const { return store_; }
+
+ private:
+  Ref<Store> store_;
+};
+
+// The common part of a store's QueryInterface: the store itself for its
+// class name, a new view for "TarvoStdInterface", else nothing.
+template <class Store>
+Ref<Object> StoreQueryInterface(Store* self, StringView name) {
+  if (EqualsNoCase(name, u"TarvoStdInterface"))
+    return Ref<Object>(MakeRef<StdInterfaceView<Store>>(Ref<Store>(self)));
+  if (EqualsNoCase(name, self->ClassName())) return Ref<Object>(self);
+  return Ref<Object>();
+}
+
+}  // namespace tarvo2
+
+#endif  // TARVO2_STD_INTERFACE_H_
