@@ -140,6 +140,26 @@ TEST_F(RegistryFileTest, LockHeldTooLongFailsWritesButNotReads) {
   EXPECT_EQ("after", GetText(store.get(), kHKeyLocalMachine, "v"));
 }
 
+TEST_F(RegistryFileTest, FailureInsideAWriteUndoesAllOfIt) {
+  OpenSqliteRegistryStore(path_);
+  sqlite3* db = nullptr;
+  ASSERT_EQ(SQLITE_OK, sqlite3_open(path_.c_str(), &db));
+  // Make the third key of the path fail after the first two were inserted.
+  ASSERT_EQ(SQLITE_OK, sqlite3_exec(db,
+      "CREATE TRIGGER no_c BEFORE INSERT ON reg_keys "
+      "WHEN NEW.name = CAST('c' AS BLOB) BEGIN SELECT RAISE(ABORT, 'no'); END",
+      nullptr, nullptr, nullptr));
+  sqlite3_close(db);
+  auto store = OpenSqliteRegistryStore(path_);
+  RegKey key = 3;
+  EXPECT_EQ(kErrorCantWrite, store->CreateKey(kHKeyCurrentUser, "a\\b\\c",
+                                              kKeyAllAccess, &key, nullptr));
+  EXPECT_EQ(0u, key);
+  EXPECT_EQ(kErrorFileNotFound, store->OpenKey(kHKeyCurrentUser, "a", kKeyRead, &key));
+  EXPECT_EQ(kErrorSuccess, store->CreateKey(kHKeyCurrentUser, "a\\b\\d",
+                                            kKeyAllAccess, &key, nullptr));
+}
+
 TEST_F(RegistryFileTest, ReadOnlyFileReadsButRefusesWrites) {
   {
     auto store = OpenSqliteRegistryStore(path_);
