@@ -13,7 +13,7 @@ namespace tarvo2::registry_internal {
 // so that "a\\\\b\\" gives "a", "b"). Returns kErrorSuccess, or
 // kErrorBadPathname for a leading '\', or kErrorInvalidParameter for a
 // component longer than kMaxKeyNameLength or more than kMaxKeyDepth
-// components; `parts` is then unspecified. The views point into `path`.
+// components, and `parts` is then to be ignored. The views point into `path`.
 std::int32_t SplitKeyPath(std::string_view path,
                           std::vector<std::string_view>* parts);
 
