@@ -96,6 +96,11 @@ struct ParamSpec {
   String name;
   bool optional = false;
   std::optional<Variant> default_value;
+  std::optional<VarType> type;  // overrides the type derived from C++
+
+  // Declares the parameter's automation type where the C++ type does not
+  // say it (an object passed by reference is a Variant& in C++).
+  ParamSpec Typed(VarType t) && { type = t; return std::move(*this); }
 };
 // A required parameter.
 inline ParamSpec P(String name) { return ParamSpec{std::move(name), false, std::nullopt}; }
@@ -358,7 +363,7 @@ template <class A>
 ParamInfo MakeParam(const ParamSpec& spec) {
   ParamInfo p;
   p.name = spec.name;
-  p.type = ArgT<A>::kType;
+  p.type = spec.type ? *spec.type : ArgT<A>::kType;
   p.by_ref = ArgT<A>::kByRef;
   p.optional = spec.optional;
   p.default_value = spec.default_value;

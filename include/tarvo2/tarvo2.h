@@ -1,0 +1,29 @@
+// Tarvo2: the whole public interface, and object creation by ProgID.
+#ifndef TARVO2_TARVO2_H_
+#define TARVO2_TARVO2_H_
+
+#include "tarvo2/class_registry.h"
+#include "tarvo2/codec.h"
+#include "tarvo2/convert.h"
+#include "tarvo2/dispatch.h"
+#include "tarvo2/error.h"
+#include "tarvo2/library_errors.h"
+#include "tarvo2/std_interface.h"
+#include "tarvo2/tarvo_library.h"
+#include "tarvo2/variant.h"
+
+namespace tarvo2 {
+
+// Creates an object of the library by ProgID: "Tarvo2." and the class name
+// ("Tarvo2.KivStorageString", "Tarvo2.TarvoStdInterface", ...), without
+// regard to letter case. Raises 429 for an unknown ProgID and for a class
+// that is not creatable (SubKeysCollection).
+Ref<Object> CreateObject(StringView prog_id);
+
+// The registry of the library's classes: their ProgIDs and type
+// information, for introspection.
+const ClassRegistry& LibraryClasses();
+
+}  // namespace tarvo2
+
+#endif  // TARVO2_TARVO2_H_
