@@ -153,7 +153,7 @@ String CivilDate(std::int64_t days) {
   std::int64_t d = doy - (153 * mp + 2) / 5 + 1;
   std::int64_t m = mp < 10 ? mp + 3 : mp - 9;
   if (m <= 2) ++y;
-  char buf[32];
+  char buf[80];
   std::snprintf(buf, sizeof buf, "%04lld-%02lld-%02lld", static_cast<long long>(y),
                 static_cast<long long>(m), static_cast<long long>(d));
   return Ascii(buf);
@@ -167,7 +167,7 @@ String DateToString(double serial) {
   String out;
   if (day != 0 || secs == 0) out = CivilDate(static_cast<std::int64_t>(day) - 25569);
   if (secs != 0) {
-    char buf[16];
+    char buf[80];
     std::snprintf(buf, sizeof buf, "%02lld:%02lld:%02lld", static_cast<long long>(secs / 3600),
                   static_cast<long long>(secs / 60 % 60), static_cast<long long>(secs % 60));
     if (!out.empty()) out += u' ';
