@@ -1,0 +1,48 @@
+// Import between stores: copying the whole content of one store into another.
+//
+// Assigning a store object of this library to another store's default
+// property Value imports the source into the target. Each store's Value
+// (write) first compares the source's class name (exactly, letter case
+// included) with "KivStorageString", "KivRegistryKey" and
+// "KivINIFileHandler" (IsImportSource), and on a match calls ImportStore.
+//
+// The importers work through the public members of both objects, called by
+// name, so every check and rule of those members applies during an import.
+// They run in skip-on-failure mode: a failing step (a library error, a
+// runtime failure, a failure inside either object) is discarded and the
+// importer goes on with its next step; nothing ever leaves ImportStore. A
+// source whose Version is not a text with one full stop, or is below 2.0,
+// is refused silently: nothing is copied.
+//
+// What lands where:
+//  - into a storage string (emptied first): one page per source page, per
+//    registry key and subkey (the key's own values on page 1), or per INI
+//    section, named after it;
+//  - into a registry key: storage string page 1 into the key as it stands,
+//    further pages into the subkeys named after them; a registry key's
+//    values into the key; INI sections into the subkeys named after them,
+//    "DEFAULT" into the key itself; the key is left on its base key;
+//  - into an INI file: pages into the sections named after them (an
+//    unnamed page into "DEFAULT"), a registry key's values into the section
+//    named after the key's last component and each subkey's into its own,
+//    INI sections into the sections of the same name.
+// Values are read with the tab delimiter and array and number detection
+// on, and written with the target's SetValue and the tab delimiter.
+#ifndef TARVO2_IMPORT_H_
+#define TARVO2_IMPORT_H_
+
+#include "tarvo2/variant.h"
+
+namespace tarvo2 {
+
+// True when `v` holds an object whose class name is one of the three store
+// classes, compared exactly.
+bool IsImportSource(const Variant& v);
+
+// Imports `source` into `target` (both store objects of this library; the
+// target must be held by a Ref). Never raises.
+void ImportStore(Object& target, const Ref<Object>& source) noexcept;
+
+}  // namespace tarvo2
+
+#endif  // TARVO2_IMPORT_H_
