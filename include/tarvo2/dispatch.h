@@ -103,14 +103,14 @@ struct ParamSpec {
   ParamSpec Typed(VarType t) && { type = t; return std::move(*this); }
 };
 // A required parameter.
-inline ParamSpec P(String name) { return ParamSpec{std::move(name), false, std::nullopt}; }
+inline ParamSpec P(String name) { return ParamSpec{std::move(name), false, std::nullopt, std::nullopt}; }
 // An optional parameter with a default value.
 inline ParamSpec P(String name, Variant default_value) {
-  return ParamSpec{std::move(name), true, std::move(default_value)};
+  return ParamSpec{std::move(name), true, std::move(default_value), std::nullopt};
 }
 // An optional parameter without a default: omitted, it receives the
 // missing-argument marker.
-inline ParamSpec Opt(String name) { return ParamSpec{std::move(name), true, std::nullopt}; }
+inline ParamSpec Opt(String name) { return ParamSpec{std::move(name), true, std::nullopt, std::nullopt}; }
 
 // Invokes a member on `self` with its bound arguments: one slot per
 // parameter, already filled with defaults or the missing marker.

@@ -1,0 +1,87 @@
+// The global library object: creation by ProgID, the raise switch across
+// objects, and centring forms.
+#include <gtest/gtest.h>
+
+#include "tarvo2/screen.h"
+#include "tarvo2/tarvo2.h"
+#include "test_util.h"
+
+namespace tarvo2 {
+namespace {
+
+Variant Form(double top, double left, double width, double height, std::int32_t state = 0,
+             const char16_t* name = u"frmMain") {
+  Ref<DynamicObject> f = MakeRef<DynamicObject>(u"Form");
+  f->Put(u"Top", top);
+  f->Put(u"Left", left);
+  f->Put(u"Width", width);
+  f->Put(u"Height", height);
+  f->Put(u"WindowState", state);
+  f->Put(u"Name", String(name));
+  return Variant(f);
+}
+
+TEST(Factory, CreatesByProgIdAndRefusesUnknownClasses) {
+  for (const char16_t* id : {u"Tarvo2.TarvoStdInterface", u"tarvo2.tarvolibrary"}) {
+    SCOPED_TRACE(ToUtf8(id));
+    Ref<Object> o = CreateObject(id);
+    ASSERT_TRUE(o);
+    EXPECT_EQ(Call(Variant(o), u"Version"), Variant(u"2.0"));
+  }
+  EXPECT_ERROR(CreateObject(u"Tarvo2.Nothing"), 429, u"ActiveX component can't create object", u"Tarvo2");
+  EXPECT_ERROR(CreateObject(u"KivStorageString"), 429, u"ActiveX component can't create object", u"Tarvo2");
+}
+
+TEST(Library, RaiseSwitchIsWriteOnlyAndShared) {
+  Variant lib(GetTarvoLibrary());
+  LetProperty(lib, u"TarvoRaiseErrors", false);
+  EXPECT_FALSE(RaiseErrorsEnabled());
+  LetProperty(Variant(CreateObject(u"Tarvo2.TarvoLibrary")), u"tarvoraiseerrors", true);
+  EXPECT_TRUE(RaiseErrorsEnabled());
+  EXPECT_ERROR(GetProperty(lib, u"TarvoRaiseErrors"), 438, StandardDescription(438), u"Tarvo2");
+  const TypeInfo& ti = TarvoLibrary::Info();
+  std::vector<String> names;
+  for (const auto& m : ti.members) names.push_back(m.name);
+  EXPECT_EQ(names, (std::vector<String>{u"Version", u"KivCenterForm", u"KivSetFormSaveParams",
+                                        u"KivSaveFormParams", u"KivRestoreFormParams", u"TarvoRaiseErrors"}));
+}
+
+TEST(Library, CentresOnTheScreenOrWithinAnotherForm) {
+  SetScreenSize(12000, 9000);
+  Variant lib(GetTarvoLibrary());
+  Variant f = Form(0, 0, 4000, 3000);
+  Call(lib, u"KivCenterForm", {ByRef(f)});
+  EXPECT_EQ(GetProperty(f, u"Top"), Variant(2325.0));
+  EXPECT_EQ(GetProperty(f, u"Left"), Variant(4000.0));
+
+  Variant outer = Form(100, 100, 8000, 6000);
+  Call(lib, u"KivCenterForm", {ByRef(f), ByRef(outer)});
+  EXPECT_EQ(GetProperty(f, u"Top"), Variant(1050.0));
+  EXPECT_EQ(GetProperty(f, u"Left"), Variant(2000.0));
+
+  Variant maximised = Form(1, 2, 4000, 3000, 2);
+  Call(lib, u"KivCenterForm", {ByRef(maximised)});
+  EXPECT_EQ(GetProperty(maximised, u"Top"), Variant(1.0));
+  SetScreenService(nullptr);
+}
+
+TEST(Library, FailuresOfTheFormCarryTheBareLabel) {
+  Variant lib(GetTarvoLibrary());
+  Variant broken(MakeRef<DynamicObject>(u"Form"));
+  EXPECT_ERROR(Call(lib, u"KivCenterForm", {ByRef(broken)}), 438, StandardDescription(438),
+               u"Tarvo2\r\nKivCenterForm");
+}
+
+TEST(Library, NoStoreWithoutAVendor) {
+  Ref<TarvoLibrary> lib = TarvoLibrary::Create();
+  EXPECT_FALSE(lib->KivSetFormSaveParams(tarvo_StorageString, u""));
+  Variant f = Form(1, 2, 3, 4);
+  lib->KivSaveFormParams(f);  // nothing to save to: a no-op
+  Variant extra(u"unchanged");
+  lib->KivRestoreFormParams(f.AsObject(), extra);
+  EXPECT_EQ(extra, Variant(u"unchanged"));
+  EXPECT_FALSE(lib->KivSetFormSaveParams(static_cast<StorageTypeEnum>(7), u"Vendor"));
+}
+
+}  // namespace
+}  // namespace tarvo2
