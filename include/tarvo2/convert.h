@@ -79,6 +79,7 @@ Variant DefaultValue(const Variant& v);
 // Latin ranges (ASCII, Latin-1, Latin Extended-A and the few Windows-1252
 // letters); other characters are left as they are.
 String ToUpper(StringView s);
+char16_t ToUpperChar(char16_t c) noexcept;
 String ToLower(StringView s);
 // Compares without regard to letter case (under ToUpper).
 bool EqualsNoCase(StringView a, StringView b) noexcept;

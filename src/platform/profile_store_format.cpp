@@ -1,6 +1,7 @@
 #include "platform/profile_store_format.h"
 
 #include "tarvo2/codepage.h"
+#include "tarvo2/convert.h"
 
 namespace tarvo2::profile {
 namespace {
@@ -11,23 +12,7 @@ bool IsBlank(char c) { return c == ' ' || c == '\t'; }
 
 }  // namespace
 
-std::u16string FoldCase(std::u16string_view text) {
-  std::u16string out(text);
-  for (char16_t& c : out) {
-    if ((c >= u'a' && c <= u'z') || (c >= 0xE0 && c <= 0xFE && c != 0xF7)) {
-      c = static_cast<char16_t>(c - 0x20);
-    } else {
-      switch (c) {
-        case 0xFF: c = 0x178; break;   // ÿ -> Ÿ
-        case 0x161: c = 0x160; break;  // š -> Š
-        case 0x153: c = 0x152; break;  // œ -> Œ
-        case 0x17E: c = 0x17D; break;  // ž -> Ž
-        default: break;
-      }
-    }
-  }
-  return out;
-}
+std::u16string FoldCase(std::u16string_view text) { return ToUpper(text); }
 
 ProfileText::ProfileText(std::string bytes) : bytes_(std::move(bytes)) {
   utf8_ = bytes_.compare(0, kBom.size(), kBom) == 0;

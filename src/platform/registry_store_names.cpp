@@ -3,30 +3,16 @@
 #include <array>
 
 #include "tarvo2/codepage.h"
+#include "tarvo2/convert.h"
 #include "tarvo2/registry_store.h"
 
 namespace tarvo2::registry_internal {
 namespace {
 
-// Simple upper case of the characters that the code page can hold: Latin-1
-// and the few Latin Extended letters of bytes 0x80..0x9F. Characters whose
-// upper case the code page lacks (ß, µ) are their own upper case.
-char16_t SimpleUpper(char16_t c) {
-  if (c >= u'a' && c <= u'z') return c - 0x20;
-  if (c >= 0xE0 && c <= 0xFE && c != 0xF7) return c - 0x20;  // à..þ, not ÷
-  switch (c) {
-    case 0xFF: return 0x178;  // ÿ -> Ÿ
-    case 0x161: return 0x160;  // š -> Š
-    case 0x153: return 0x152;  // œ -> Œ
-    case 0x17E: return 0x17D;  // ž -> Ž
-    default: return c;
-  }
-}
-
 std::array<char, 256> BuildFoldTable() {
   std::array<char, 256> table{};
   for (int b = 0; b < 256; ++b) {
-    int upper = CharToAnsiByte(SimpleUpper(AnsiByteToChar(
+    int upper = CharToAnsiByte(ToUpperChar(AnsiByteToChar(
         static_cast<unsigned char>(b))));
     table[b] = static_cast<char>(upper < 0 ? b : upper);
   }

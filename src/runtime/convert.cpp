@@ -418,6 +418,8 @@ Variant DefaultValue(const Variant& v) {
   return r;
 }
 
+char16_t ToUpperChar(char16_t c) noexcept { return UpperChar(c); }
+
 String ToUpper(StringView s) {
   String out(s);
   for (char16_t& c : out) c = UpperChar(c);
