@@ -1,0 +1,129 @@
+// KivStorageString: the default property (write), files, the version report
+// and the common interface.
+#include "tarvo2/codec.h"
+#include "tarvo2/codepage.h"
+#include "tarvo2/file_system.h"
+#include "tarvo2/library_errors.h"
+#include "tarvo2/storage_string.h"
+
+namespace tarvo2 {
+namespace {
+
+// The classes whose objects Value (Let) imports instead of storing as text.
+bool IsStoreClass(StringView name) {
+  return name == u"KivStorageString" || name == u"KivRegistryKey" || name == u"KivINIFileHandler";
+}
+
+void RaiseFileError(const FileStatus& status) {
+  if (!status.ok()) RaiseRuntimeError(status.error_number());
+}
+
+}  // namespace
+
+void KivStorageString::put_Value(const Variant& v) {
+  Guard(u"KivStorageString.Value (Let)", [&] {
+    if (protect_) RaiseLibraryError(ErrDirectStringAccess);
+    if (v.IsObject() && v.AsObject()) {
+      const String class_name = v.AsObject()->ClassName();
+      if (IsStoreClass(class_name)) {
+        if (ImportHook hook = GetImportHook()) {
+          Ref<Object> source = v.AsObject()->QueryInterface(class_name);
+          if (!source) source = v.AsObject();
+          Ref<KivStorageString> keep(this);  // the import may drop other references
+          hook(*this, source);
+        }
+        UpdateBoundObject();
+        return;
+      }
+    }
+    String text = ToString(v);
+    CurrentText() = std::move(text);
+    UpdateBoundObject();
+  });
+}
+
+Variant KivStorageString::Load(const String& sFileName, bool bAppend) {
+  return Guard(u"KivStorageString.Load", [&] {
+    bool load = true;
+    if (protect_) {
+      RaiseLibraryError(ErrDirectStringAccess);
+      load = false;
+    }
+    if (load && !PathExists(sFileName)) {
+      RaiseLibraryError(0, u"", err::kFileNotFound);
+      load = false;
+    }
+    if (load) {
+      std::string bytes;
+      RaiseFileError(GetFileSystem()->ReadFile(ToUtf8(sFileName), &bytes));
+      String text = FromAnsi(bytes);
+      std::string().swap(bytes);  // a large file need not be held twice
+      if (bAppend)
+        CurrentText() += text;
+      else
+        CurrentText() = std::move(text);
+    }
+    UpdateBoundObject();
+    return Variant();
+  });
+}
+
+Variant KivStorageString::Save(const String& sFileName, bool bAppend) {
+  return Guard(u"KivStorageString.Save", [&] {
+    if (sFileName.empty()) RaiseRuntimeError(err::kBadFileNameOrNumber);
+    const std::string path = ToUtf8(sFileName);
+    const std::string bytes = ToAnsi(CurrentText());
+    const std::shared_ptr<FileSystem> fs = GetFileSystem();
+    // Without append the new content replaces the file in one step (a
+    // temporary file renamed over it), so a failure leaves the old file.
+    RaiseFileError(bAppend ? fs->AppendFile(path, bytes) : fs->ReplaceFileAtomically(path, bytes));
+    return Variant();
+  });
+}
+
+String KivStorageString::Version(bool bShow) {
+  return Guard(u"KivStorageString.Version", [&] { return VersionReport(u"KivStorageString", bShow); });
+}
+
+void KivStorageString::TarvoStdInterface_put_Path(const String&) {
+  Guard(u"KivStorageString.TarvoStdInterface_Path (Let)", [] {});
+}
+
+String KivStorageString::TarvoStdInterface_get_Path() {
+  return Guard(u"KivStorageString.TarvoStdInterface_Path (Get)", [] { return String(); });
+}
+
+void KivStorageString::TarvoStdInterface_put_Section(const String& sSection) {
+  Guard(u"KivStorageString.TarvoStdInterface_Section (Let)", [&] {
+    if (sSection.empty()) return;
+    const std::int32_t count = get_PageCount();
+    for (std::int32_t i = 0; i < count; ++i) {
+      if (page_names_[i] == sSection) {
+        put_Page(Variant(i + 1));
+        return;
+      }
+    }
+    AddPage(sSection, true);
+  });
+}
+
+String KivStorageString::TarvoStdInterface_get_Section() {
+  return Guard(u"KivStorageString.TarvoStdInterface_Section (Get)", [&] { return get_PageName(); });
+}
+
+bool KivStorageString::TarvoStdInterface_SetValue(const String& sFieldName, const Variant& vValue,
+                                                  const String& sDelimiter) {
+  return Guard(u"KivStorageString.TarvoStdInterface_SetValue",
+               [&] { return SetValue(sFieldName, vValue, sDelimiter); });
+}
+
+Variant KivStorageString::TarvoStdInterface_GetValue(const String& sFieldName, const String& sDelimiter) {
+  return Guard(u"KivStorageString.TarvoStdInterface_GetValue",
+               [&] { return GetValue(sFieldName, sDelimiter, true, true, Variant(String())); });
+}
+
+Variant KivStorageString::TarvoStdInterface_Version(bool bShow) {
+  return Guard(u"KivStorageString.TarvoStdInterface_Version (Get)", [&] { return Variant(Version(bShow)); });
+}
+
+}  // namespace tarvo2

@@ -1,0 +1,183 @@
+// KivStorageString: LookFor, Find and Replace.
+#include <algorithm>
+
+#include "storage_string/text_search.h"
+#include "tarvo2/library_errors.h"
+#include "tarvo2/storage_string.h"
+
+namespace tarvo2 {
+namespace {
+
+using storage_string::FindBackward;
+using storage_string::FindForward;
+using storage_string::kNotFound;
+
+// The text a search runs over: the original itself when the comparison is
+// exact, else an upper-cased copy made once for the whole call.
+class Haystack {
+ public:
+  Haystack(const String& original, bool case_sensitive) {
+    if (case_sensitive) {
+      view_ = original;
+    } else {
+      upper_ = ToUpper(original);
+      view_ = upper_;
+    }
+  }
+  StringView view() const { return view_; }
+
+ private:
+  String upper_;
+  StringView view_;
+};
+
+}  // namespace
+
+SafeArray KivStorageString::LookFor(const Variant& vText, bool bCaseSensitive, bool bStartFromCursor,
+                                    bool bUseLastExtraction) {
+  return Guard(u"KivStorageString.LookFor", [&] {
+    // Convert every element first: converting an object runs client code,
+    // which must not run while the searched text is being scanned.
+    std::vector<String> texts;
+    if (vText.IsArray()) {
+      for (const Variant& element : vText.AsArray().Items())
+        texts.push_back(element.IsString() ? element.AsString() : ToString(element));
+    } else {
+      texts.push_back(ToString(vText));
+    }
+
+    const Haystack hay(SearchedText(bUseLastExtraction), bCaseSensitive);
+    std::vector<Variant> records;
+    std::vector<std::int32_t> positions;
+    for (String& text : texts) {
+      const std::size_t start =
+          (!bStartFromCursor || bUseLastExtraction) ? 1 : static_cast<std::size_t>(get_Cursor());
+      if (!bCaseSensitive) text = ToUpper(text);
+      if (text.empty()) continue;
+      positions.clear();
+      for (std::size_t p = FindForward(hay.view(), text, start - 1); p != kNotFound;
+           p = FindForward(hay.view(), text, p + text.size()))
+        positions.push_back(static_cast<std::int32_t>(p + 1));
+      if (!positions.empty()) records.emplace_back(MakeLookForResult(std::move(text), positions));
+    }
+    return SafeArray::Of(VarType::kRecord, std::move(records), 0);
+  });
+}
+
+std::int32_t KivStorageString::Find(const String& sSearchFor, bool bStartFromCursor, bool bCaseSensitive,
+                                    bool bUseLastExtraction, SearchDirectionEnum eSearchDirection) {
+  return Guard(u"KivStorageString.Find", [&] {
+    String text;
+    if (sSearchFor.empty() && !last_search_text_.empty()) {
+      text = last_search_text_;
+      const std::int32_t c = get_Cursor();
+      put_Cursor(c == INT32_MAX ? c : c + 1);
+    } else {
+      text = sSearchFor;
+    }
+    if (text.empty()) return std::int32_t{0};
+    last_search_text_ = text;
+
+    const Haystack hay(SearchedText(bUseLastExtraction), bCaseSensitive);
+    const String needle = bCaseSensitive ? text : ToUpper(text);
+    const std::size_t len = hay.view().size();
+    const std::size_t m = needle.size();
+    const bool whole_text = !bStartFromCursor || bUseLastExtraction;
+    std::size_t found = kNotFound;
+    if (eSearchDirection == tarvo_SearchUp) {
+      // The match whose last character lies at or before p, nearest to it.
+      std::size_t p = whole_text ? len : static_cast<std::size_t>(get_Cursor());
+      p = std::min(p, len);
+      if (p >= m) found = FindBackward(hay.view(), needle, p - m);
+    } else {
+      const std::size_t start = whole_text ? 1 : static_cast<std::size_t>(get_Cursor());
+      found = FindForward(hay.view(), needle, start - 1);
+    }
+    if (found == kNotFound) return std::int32_t{0};
+    const std::int32_t q = static_cast<std::int32_t>(found + 1);
+    last_find_matched_ = true;
+    put_Cursor(q);
+    return q;
+  });
+}
+
+std::int32_t KivStorageString::Replace(const String& sSearchFor, const String& sReplaceWith, bool bStartFromCursor,
+                                       bool bCaseSensitive, bool bReplaceAll, bool bUseLastExtraction,
+                                       SearchDirectionEnum eSearchDirection) {
+  return Guard(u"KivStorageString.Replace", [&] {
+    if (protect_) {
+      RaiseLibraryError(ErrDirectStringAccess);
+      return std::int32_t{0};
+    }
+    String text;
+    if (sSearchFor.empty() && !last_search_text_.empty()) {
+      text = last_search_text_;
+    } else {
+      text = sSearchFor;
+      last_find_matched_ = false;
+    }
+    if (text.empty()) return std::int32_t{0};
+    last_search_text_ = text;
+
+    const String& original = SearchedText(bUseLastExtraction);
+    const Haystack hay(original, bCaseSensitive);
+    const String needle = bCaseSensitive ? text : ToUpper(text);
+    const std::size_t len = original.size();
+    const std::size_t m = needle.size();
+    const bool whole_text = !bStartFromCursor || bUseLastExtraction;
+    const bool up = eSearchDirection == tarvo_SearchUp;
+
+    // Collect the matches first, so that the new length is known.
+    std::vector<std::size_t> matches;
+    if (up) {
+      std::size_t p = whole_text ? len
+                                 : static_cast<std::size_t>(get_Cursor()) + (last_find_matched_ ? m : 0);
+      p = std::min(p, len);
+      while (p >= m) {
+        const std::size_t at = FindBackward(hay.view(), needle, p - m);
+        if (at == kNotFound) break;
+        matches.push_back(at);
+        if (!bReplaceAll) break;
+        p = at;  // the next match must end before this one begins
+      }
+      std::reverse(matches.begin(), matches.end());
+    } else {
+      const std::size_t start = whole_text ? 1 : static_cast<std::size_t>(get_Cursor());
+      for (std::size_t at = FindForward(hay.view(), needle, start - 1); at != kNotFound;
+           at = FindForward(hay.view(), needle, at + m)) {
+        matches.push_back(at);
+        if (!bReplaceAll) break;
+      }
+    }
+    if (matches.empty()) return std::int32_t{0};
+
+    // Build the new text in one buffer of its final size. The cursor goes
+    // just after the last replacement made in the search direction: the
+    // rightmost downwards, the leftmost upwards.
+    const std::size_t k = matches.size();
+    const std::size_t new_length = len - k * m + k * sReplaceWith.size();
+    const std::size_t target = up ? 0 : k - 1;
+    String out;
+    out.reserve(new_length);
+    std::size_t previous = 0;
+    std::size_t after_target = 0;
+    for (std::size_t i = 0; i < k; ++i) {
+      out.append(original, previous, matches[i] - previous).append(sReplaceWith);
+      if (i == target) after_target = out.size() + 1;
+      previous = matches[i] + m;
+    }
+    out.append(original, previous, String::npos);
+
+    if (bUseLastExtraction) {
+      last_extraction_ = std::move(out);
+    } else {
+      CurrentText() = std::move(out);
+      UpdateBoundObject();
+    }
+    last_find_matched_ = false;
+    put_Cursor(static_cast<std::int32_t>(std::min<std::size_t>(after_target, INT32_MAX)));
+    return static_cast<std::int32_t>(k);
+  });
+}
+
+}  // namespace tarvo2

@@ -1,0 +1,114 @@
+#include "storage_string/text_search.h"
+
+#include <algorithm>
+#include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace tarvo2::storage_string {
+namespace {
+
+// True when the units between the first and the last of the needle match
+// at `p` (the first and last are already known to match).
+inline bool MiddleMatches(const char16_t* p, std::u16string_view needle) {
+  const std::size_t m = needle.size();
+  return m <= 2 || std::memcmp(p + 1, needle.data() + 1, (m - 2) * sizeof(char16_t)) == 0;
+}
+
+inline bool MatchesAt(const char16_t* p, std::u16string_view needle) {
+  return p[0] == needle.front() && p[needle.size() - 1] == needle.back() && MiddleMatches(p, needle);
+}
+
+#if defined(__SSE2__)
+// A mask with two bits per candidate start i..i+15: set where both the first
+// and the last unit of the needle match.
+inline unsigned CandidateMask(const char16_t* h, std::size_t i, std::size_t m, __m128i vf, __m128i vl) {
+  const __m128i a0 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i));
+  const __m128i a1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + 8));
+  const __m128i b0 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1));
+  const __m128i b1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(h + i + m - 1 + 8));
+  const __m128i e0 = _mm_and_si128(_mm_cmpeq_epi16(a0, vf), _mm_cmpeq_epi16(b0, vl));
+  const __m128i e1 = _mm_and_si128(_mm_cmpeq_epi16(a1, vf), _mm_cmpeq_epi16(b1, vl));
+  return static_cast<unsigned>(_mm_movemask_epi8(e0)) | (static_cast<unsigned>(_mm_movemask_epi8(e1)) << 16);
+}
+#endif
+
+}  // namespace
+
+std::size_t FindForward(std::u16string_view hay, std::u16string_view needle, std::size_t from) {
+  const std::size_t n = hay.size();
+  const std::size_t m = needle.size();
+  if (m == 0) return from <= n ? from : kNotFound;
+  if (from >= n || m > n - from) return kNotFound;
+  const char16_t* h = hay.data();
+  const std::size_t last_start = n - m;
+  std::size_t i = from;
+#if defined(__SSE2__)
+  const __m128i vf = _mm_set1_epi16(static_cast<short>(needle.front()));
+  const __m128i vl = _mm_set1_epi16(static_cast<short>(needle.back()));
+  while (i <= last_start && last_start - i >= 15) {
+    unsigned mask = CandidateMask(h, i, m, vf, vl);
+    while (mask != 0) {
+      const std::size_t j = i + static_cast<std::size_t>(__builtin_ctz(mask)) / 2;
+      if (MiddleMatches(h + j, needle)) return j;
+      mask &= mask - 1;
+      mask &= mask - 1;
+    }
+    i += 16;
+  }
+#endif
+  for (; i <= last_start; ++i)
+    if (MatchesAt(h + i, needle)) return i;
+  return kNotFound;
+}
+
+std::size_t FindBackward(std::u16string_view hay, std::u16string_view needle, std::size_t max_start) {
+  const std::size_t n = hay.size();
+  const std::size_t m = needle.size();
+  if (m == 0 || m > n) return kNotFound;
+  const char16_t* h = hay.data();
+  std::size_t end = std::min(max_start, n - m) + 1;  // candidates [0, end)
+#if defined(__SSE2__)
+  const __m128i vf = _mm_set1_epi16(static_cast<short>(needle.front()));
+  const __m128i vl = _mm_set1_epi16(static_cast<short>(needle.back()));
+  while (end >= 16) {
+    const std::size_t i = end - 16;
+    unsigned mask = CandidateMask(h, i, m, vf, vl);
+    while (mask != 0) {
+      const unsigned bit = 31u - static_cast<unsigned>(__builtin_clz(mask));
+      const std::size_t j = i + bit / 2;
+      if (MiddleMatches(h + j, needle)) return j;
+      mask &= ~(3u << (bit & ~1u));
+    }
+    end = i;
+  }
+#endif
+  while (end-- > 0)
+    if (MatchesAt(h + end, needle)) return end;
+  return kNotFound;
+}
+
+std::size_t PositionOf(std::u16string_view hay, std::u16string_view needle, std::size_t start) {
+  if (start == 0) start = 1;
+  if (start > hay.size()) return 0;
+  std::size_t p = FindForward(hay, needle, start - 1);
+  return p == kNotFound ? 0 : p + 1;
+}
+
+std::size_t CountLineBreaks(std::u16string_view hay, std::size_t end) {
+  std::u16string_view prefix = hay.substr(0, std::min(end, hay.size()));
+  std::size_t count = 0;
+  for (std::size_t p = FindForward(prefix, u"\r\n", 0); p != kNotFound; p = FindForward(prefix, u"\r\n", p + 2))
+    ++count;
+  return count;
+}
+
+std::size_t NthLineBreak(std::u16string_view hay, std::size_t k) {
+  std::size_t p = FindForward(hay, u"\r\n", 0);
+  for (std::size_t i = 1; i < k && p != kNotFound; ++i) p = FindForward(hay, u"\r\n", p + 2);
+  return p;
+}
+
+}  // namespace tarvo2::storage_string

@@ -1,0 +1,82 @@
+// Helpers shared by the storage string tests.
+#ifndef TARVO2_TESTS_STORAGE_STRING_SS_TEST_UTIL_H_
+#define TARVO2_TESTS_STORAGE_STRING_SS_TEST_UTIL_H_
+
+#include <initializer_list>
+#include <memory>
+#include <vector>
+
+#include "tarvo2/file_system.h"
+#include "tarvo2/library_errors.h"
+#include "tarvo2/message_box.h"
+#include "tarvo2/storage_string.h"
+#include "test_util.h"
+
+namespace tarvo2::sstest {
+
+// The source chain of an error raised by the library and passed through the
+// given storage string procedures, innermost first.
+inline String Chain(std::initializer_list<const char16_t*> labels) {
+  String s = kLibraryName;
+  for (const char16_t* l : labels) s += String(u"\r\nKivStorageString.") + l;
+  return s;
+}
+
+inline std::int32_t Lib(LibraryErrorCode code) { return LibraryErrorNumber(code); }
+
+// The description a client sees for `number`.
+inline String Describe(std::int32_t number) {
+  String m = LibraryErrorMessage(number);
+  return m.empty() ? StandardDescription(number) : m;
+}
+
+// Turns the raise switch off for one scope.
+class RaiseSwitchOff {
+ public:
+  RaiseSwitchOff() { SetRaiseErrors(false); }
+  ~RaiseSwitchOff() { SetRaiseErrors(true); }
+};
+
+// Runs the scope against a fresh in-memory file system.
+class MemFs {
+ public:
+  MemFs() : fs_(NewMemFileSystem()) { SetFileSystem(fs_); }
+  ~MemFs() { SetFileSystem(nullptr); }
+  FileSystem& operator*() const { return *fs_; }
+  FileSystem* operator->() const { return fs_.get(); }
+  const std::shared_ptr<FileSystem>& get() const { return fs_; }
+
+ private:
+  std::shared_ptr<FileSystem> fs_;
+};
+
+// A message box that records what it was asked to show.
+class RecordingMessageBox : public MessageBoxService {
+ public:
+  struct Shown {
+    String message, title;
+    std::int32_t style;
+  };
+  void Show(StringView message, StringView title, std::int32_t style) override {
+    shown.push_back({String(message), String(title), style});
+  }
+  std::vector<Shown> shown;
+};
+
+inline std::vector<String> Strings(const SafeArray& a) {
+  std::vector<String> out;
+  for (const Variant& v : a.Items()) out.push_back(v.AsString());
+  return out;
+}
+
+inline SafeArray Longs(std::vector<Variant> items) { return SafeArray::Of(VarType::kLong, std::move(items)); }
+
+}  // namespace tarvo2::sstest
+
+// Asserts the number, description and storage-string source chain of an
+// error raised by `stmt`.
+#define EXPECT_SS_ERROR(stmt, number, ...)                                       \
+  EXPECT_ERROR(stmt, (number), ::tarvo2::sstest::Describe(number),             \
+               ::tarvo2::sstest::Chain({__VA_ARGS__}))
+
+#endif  // TARVO2_TESTS_STORAGE_STRING_SS_TEST_UTIL_H_
