@@ -1,0 +1,129 @@
+#include "ini/ini_access.h"
+
+#include <string>
+
+#include "tarvo2/codepage.h"
+#include "tarvo2/error.h"
+#include "tarvo2/profile_store.h"
+
+namespace tarvo2::ini {
+namespace {
+
+constexpr uint32_t kFirstBufferSize = 1024;
+// The largest buffer the store can be given (its sizes are 32-bit).
+constexpr uint32_t kMaxBufferSize = 0x80000000u;
+
+// Asks the store with a growing buffer until the answer cannot have been
+// cut: a value is cut when it fills size-1 bytes, a list when it fills
+// size-2. `section`, `key` and `def` may be null (absent).
+String Read(const char* section, const char* key, const char* def,
+            const String& path, uint32_t* store_error) {
+  std::shared_ptr<ProfileStore> store = GetProfileStore();
+  const std::string file = ToUtf8(path);
+  const bool listing = section == nullptr || key == nullptr;
+  // Most answers fit the first buffer, which lives on the stack.
+  char first[kFirstBufferSize];
+  std::string grown;
+  char* buffer = first;
+  uint32_t size = kFirstBufferSize;
+  uint32_t n;
+  for (;;) {
+    n = store->GetPrivateProfileString(section, key, def, buffer, size, file);
+    const uint32_t full = listing ? size - 2 : size - 1;
+    if (n < full || size >= kMaxBufferSize) break;
+    size *= 2;
+    grown.assign(size, '\0');
+    buffer = grown.data();
+  }
+  if (store_error) *store_error = store->LastError();
+  return FromAnsi(std::string_view(buffer, n));
+}
+
+void Write(const char* section, const char* key, const char* value,
+           const String& path, uint32_t* store_error) {
+  std::shared_ptr<ProfileStore> store = GetProfileStore();
+  store->WritePrivateProfileString(section, key, value, ToUtf8(path));
+  if (store_error) *store_error = store->LastError();
+}
+
+// The store takes C strings: a NUL inside a name or value would cut it and
+// address another key. Such requests are refused here, as the store refuses
+// line breaks: reads find nothing, writes change nothing.
+bool HasNul(const std::string& s) { return s.find('\0') != std::string::npos; }
+
+String Refused(const std::string& def, uint32_t* store_error) {
+  if (store_error) *store_error = kProfileInvalidParameter;
+  std::string_view d(def);
+  size_t e = d.find_last_not_of(' ');
+  return FromAnsi(d.substr(0, e == std::string_view::npos ? 0 : e + 1));
+}
+
+void RefusedWrite(uint32_t* store_error) {
+  if (store_error) *store_error = kProfileInvalidParameter;
+}
+
+}  // namespace
+
+String INIGetSections(const String& path, uint32_t* store_error) {
+  return Guard(u"KivINIFileHandler.INIGetSections",
+               [&] { return Read(nullptr, nullptr, "", path, store_error); });
+}
+
+String INIGetFields(const String& path, const String& section, uint32_t* store_error) {
+  return Guard(u"KivINIFileHandler.INIGetFields", [&] {
+    std::string s = ToAnsi(section);
+    if (HasNul(s)) return Refused("", store_error);
+    return Read(s.c_str(), nullptr, "", path, store_error);
+  });
+}
+
+String INIGetValue(const String& path, const String& section, const String& key,
+                   const String& def, uint32_t* store_error) {
+  return Guard(u"KivINIFileHandler.INIGetValue", [&] {
+    std::string s = ToAnsi(section), k = ToAnsi(key), d = ToAnsi(def);
+    if (HasNul(d)) d.resize(d.find('\0'));  // only a default: cut it as C would
+    if (HasNul(s) || HasNul(k)) return Refused(d, store_error);
+    return Read(s.c_str(), k.c_str(), d.c_str(), path, store_error);
+  });
+}
+
+void INISetValue(const String& path, const String& section, const String& key,
+                 const String& value, uint32_t* store_error) {
+  Guard(u"KivINIFileHandler.INISetValue", [&] {
+    std::string s = ToAnsi(section), k = ToAnsi(key), v = ToAnsi(value);
+    if (HasNul(s) || HasNul(k) || HasNul(v)) return RefusedWrite(store_error);
+    Write(s.c_str(), k.c_str(), v.c_str(), path, store_error);
+  });
+}
+
+void INIDeleteValue(const String& path, const String& section, const String& key,
+                    uint32_t* store_error) {
+  Guard(u"KivINIFileHandler.INIDeleteValue", [&] {
+    std::string s = ToAnsi(section), k = ToAnsi(key);
+    if (HasNul(s) || HasNul(k)) return RefusedWrite(store_error);
+    Write(s.c_str(), k.c_str(), nullptr, path, store_error);
+  });
+}
+
+void INIDeleteSection(const String& path, const String& section, uint32_t* store_error) {
+  Guard(u"KivINIFileHandler.INIDeleteSection", [&] {
+    std::string s = ToAnsi(section);
+    if (HasNul(s)) return RefusedWrite(store_error);
+    Write(s.c_str(), nullptr, nullptr, path, store_error);
+  });
+}
+
+std::vector<String> DecodeNameList(const String& list) {
+  std::vector<String> names;
+  if (list.find_first_not_of(u' ') == String::npos) return names;
+  StringView rest(list.data(), list.size() - 1);
+  for (;;) {
+    size_t nul = rest.find(u'\0');
+    names.emplace_back(rest.substr(0, nul));
+    if (nul == StringView::npos) break;
+    rest.remove_prefix(nul + 1);
+  }
+  return names;
+}
+
+}  // namespace tarvo2::ini

@@ -1,0 +1,72 @@
+// The INI access layer: the six procedures through which KivINIFileHandler
+// reaches the contents of an INI file. Each makes one request of the
+// process-wide profile store (GetProfileStore()) and hands back raw text;
+// none validates or converts values.
+//
+// Conversions at the store boundary: section names, key names, values and
+// defaults become code-page text (ToAnsi: characters without a byte in the
+// code page become '?'), the file path becomes a UTF-8 native path. Text
+// read back is converted with FromAnsi.
+//
+// Reading is never cut short: the procedures start with a buffer of 1,024
+// bytes and, when the store reports a result that may have been cut (a
+// value filling the buffer, or a list of size-2 bytes), ask again with a
+// buffer twice as large, so a value or list of any length comes back whole.
+//
+// Nothing the store reports is treated as an error: a missing file,
+// section or key yields the default (the empty list for listings), and a
+// write that the store refuses changes nothing. The store's ProfileError
+// code of the call is returned through `store_error` for callers that want
+// it.
+//
+// The store takes C strings, so a NUL character inside a section name, key
+// name or value would cut it short and address another key. Such requests
+// are refused here the way the store refuses line breaks (error 87): a
+// read finds nothing (the default, or the empty list), a write changes
+// nothing. A default is only cut at its first NUL.
+//
+// Each procedure runs under the standard handler with the label
+// "KivINIFileHandler.<procedure name>".
+#ifndef TARVO2_INI_INI_ACCESS_H_
+#define TARVO2_INI_INI_ACCESS_H_
+
+#include <cstdint>
+#include <vector>
+
+#include "tarvo2/object.h"
+
+namespace tarvo2::ini {
+
+// The name list of all sections of `path`: each name followed by a NUL
+// ("A", NUL, "BC", NUL); the empty string when there are none.
+String INIGetSections(const String& path, uint32_t* store_error = nullptr);
+
+// The name list of the keys of `section` (same form).
+String INIGetFields(const String& path, const String& section,
+                    uint32_t* store_error = nullptr);
+
+// The value of `key` in `section`, or `def` (without its trailing spaces,
+// as the store gives it) when the key, the section or the file is missing.
+String INIGetValue(const String& path, const String& section, const String& key,
+                   const String& def, uint32_t* store_error = nullptr);
+
+// Creates or replaces the key, creating the section and the file as needed.
+void INISetValue(const String& path, const String& section, const String& key,
+                 const String& value, uint32_t* store_error = nullptr);
+
+// Removes the key; the section's header stays.
+void INIDeleteValue(const String& path, const String& section, const String& key,
+                    uint32_t* store_error = nullptr);
+
+// Removes the section's header and its keys.
+void INIDeleteSection(const String& path, const String& section,
+                      uint32_t* store_error = nullptr);
+
+// Decodes a name list into its names, in order: none when the list is
+// empty or only spaces; otherwise the text without its last character,
+// split at every NUL.
+std::vector<String> DecodeNameList(const String& list);
+
+}  // namespace tarvo2::ini
+
+#endif  // TARVO2_INI_INI_ACCESS_H_

@@ -1,0 +1,293 @@
+#include "tarvo2/ini_file.h"
+
+#include <atomic>
+
+#include "ini/ini_access.h"
+#include "tarvo2/codec.h"
+#include "tarvo2/codepage.h"
+#include "tarvo2/convert.h"
+#include "tarvo2/file_system.h"
+#include "tarvo2/host_module.h"
+#include "tarvo2/library_errors.h"
+#include "tarvo2/profile_store.h"
+#include "tarvo2/random.h"
+
+namespace tarvo2 {
+namespace {
+
+constexpr char16_t kClassName[] = u"KivINIFileHandler";
+constexpr char16_t kDefaultSection[] = u"DEFAULT";
+constexpr char16_t kMarkerPrefix[] = u"KivDefaultReturn_";
+constexpr char16_t kTab[] = u"\t";
+
+std::atomic<KivINIFileHandler::ImportHook> import_hook{nullptr};
+
+// The folder of the host executable, with its trailing '/'.
+String HostFolderOf(const std::string& module_path) {
+  String path = FromUtf8(module_path);
+  size_t nul = path.find(u'\0');
+  if (nul != String::npos) path.resize(nul);
+  size_t slash = path.rfind(u'/');
+  return slash == String::npos ? String() : path.substr(0, slash + 1);
+}
+
+// The text of `path` up to and including its last '/', and the rest.
+void SplitFolder(const String& path, String* folder, String* file) {
+  size_t slash = path.rfind(u'/');
+  if (slash == String::npos) {
+    folder->clear();
+    *file = path;
+  } else {
+    *folder = path.substr(0, slash + 1);
+    *file = path.substr(slash + 1);
+  }
+}
+
+bool IsImportSource(const Variant& v) {
+  if (!v.IsObject() || !v.AsObject()) return false;
+  String name = v.AsObject()->ClassName();
+  return name == u"KivStorageString" || name == u"KivRegistryKey" || name == kClassName;
+}
+
+}  // namespace
+
+void KivINIFileHandler::SetImportHook(ImportHook hook) { import_hook.store(hook); }
+
+KivINIFileHandler::ImportHook KivINIFileHandler::GetImportHook() { return import_hook.load(); }
+
+KivINIFileHandler::KivINIFileHandler() {
+  Guard(u"KivINIFileHandler.Class_Initialize", [&] {
+    section_ = kDefaultSection;
+    host_folder_ = HostFolderOf(GetHostModulePath());
+  });
+}
+
+const TypeInfo& KivINIFileHandler::Info() {
+  using C = KivINIFileHandler;
+  static const TypeInfo info =
+      ClassBuilder<C>(kClassName)
+          .Let(u"Path", &C::put_Path, u"", {P(u"sPath")})
+          .Get(u"Path", &C::get_Path, u"")
+          .Let(u"Section", &C::put_Section, u"", {P(u"sSection")})
+          .Get(u"Section", &C::get_Section, u"")
+          .Get(u"Value", &C::get_Value, u"")
+          .Let(u"Value", &C::put_Value, u"", {P(u"vValue")})
+          .Method(u"Version", &C::Version, u"", {P(u"bShow", false)})
+          .Method(u"SetValue",
+                  // sArrayDelim is a String passed by reference; it is read,
+                  // never written back.
+                  [](C& self, const String& name, const Variant& value, Variant& delimiter) {
+                    return self.SetValue(name, value,
+                                         delimiter.IsMissing() ? String(kTab) : ToString(delimiter));
+                  },
+                  u"",
+                  {P(u"sFieldName"), P(u"vValue"), P(u"sArrayDelim", kTab).Typed(VarType::kString)})
+          .Method(u"GetValue", &C::GetValue, u"",
+                  {P(u"sFieldName"), P(u"sArrayDelim", kTab), P(u"bDetectArray", true),
+                   P(u"bDetectNum", true), P(u"vDefaultReturn", String())})
+          .Method(u"GetSectionNames", &C::GetSectionNames, u"")
+          .Method(u"GetFieldNames", &C::GetFieldNames, u"")
+          .Method(u"DeleteFile", &C::DeleteFile, u"")
+          .Method(u"DeleteSection", &C::DeleteSection, u"")
+          .Method(u"DeleteField", &C::DeleteField, u"", {P(u"sFieldName")})
+          .Build();
+  return info;
+}
+
+Ref<Object> KivINIFileHandler::QueryInterface(StringView interface_name) {
+  return StoreQueryInterface(this, interface_name);
+}
+
+Ref<TarvoStdInterface> KivINIFileHandler::StdInterface() {
+  return MakeRef<StdInterfaceView<KivINIFileHandler>>(Ref<KivINIFileHandler>(this));
+}
+
+// ---------------------------------------------------------------------------
+// The file and the section.
+
+void KivINIFileHandler::put_Path(const String& sPath) {
+  Guard(u"KivINIFileHandler.Path (Let)", [&] {
+    if (path_is_set_) return;
+    path_ = sPath;
+    path_is_set_ = true;
+  });
+}
+
+String KivINIFileHandler::get_Path() {
+  return Guard(u"KivINIFileHandler.Path (Get)", [&] { return path_; });
+}
+
+void KivINIFileHandler::put_Section(const String& sSection) {
+  Guard(u"KivINIFileHandler.Section (Let)", [&] {
+    String section = Trim(sSection);
+    if (section.find_first_of(u"[]") != String::npos) RaiseLibraryError(ErrIllegalCharacters);
+    section_ = section.empty() ? String(kDefaultSection) : std::move(section);
+  });
+}
+
+String KivINIFileHandler::get_Section() {
+  return Guard(u"KivINIFileHandler.Section (Get)", [&] { return section_; });
+}
+
+// ---------------------------------------------------------------------------
+// Values.
+
+Variant KivINIFileHandler::get_Value() {
+  return Guard(u"KivINIFileHandler.Value (Get)", [&] { return last_value_; });
+}
+
+void KivINIFileHandler::put_Value(const Variant& vValue) {
+  Guard(u"KivINIFileHandler.Import (Let)", [&] {
+    if (IsImportSource(vValue)) {
+      const Ref<Object>& object = vValue.AsObject();
+      // A view of a store under another interface arrives as the store.
+      Ref<Object> source = object->QueryInterface(object->ClassName());
+      if (!source) source = object;
+      if (ImportHook hook = GetImportHook()) hook(*this, source);
+      return;
+    }
+    SetValue(last_field_name_, vValue, last_delimiter_);
+  });
+}
+
+bool KivINIFileHandler::SetValue(const String& sFieldName, const Variant& vValue,
+                                 const String& sArrayDelim) {
+  return Guard(u"KivINIFileHandler.SetValue", [&] {
+    String name = Trim(sFieldName);
+    if (name.empty()) RaiseLibraryError(ErrZeroLengthFieldName);
+    String delimiter = sArrayDelim;
+    String text = ToString(PrepForSet(vValue, delimiter));
+    ini::INISetValue(path_, section_, name, text, &last_profile_error_);
+    last_field_name_ = std::move(name);
+    last_delimiter_ = sArrayDelim;
+    return false;
+  });
+}
+
+Variant KivINIFileHandler::GetValue(const String& sFieldName, const String& sArrayDelim,
+                                    bool bDetectArray, bool bDetectNum,
+                                    const Variant& vDefaultReturn) {
+  return Guard(u"KivINIFileHandler.GetValue", [&] {
+    // A fresh marker for every call: the value that a missing key yields.
+    std::shared_ptr<RandomService> random = GetRandomService();
+    random->Randomize();
+    String marker = kMarkerPrefix + ToString(Variant(random->NextSingle()));
+    String raw = ini::INIGetValue(path_, section_, sFieldName, marker, &last_profile_error_);
+    Variant result;
+    if (raw == marker) {
+      result = vDefaultReturn.IsMissing() ? Variant(String()) : vDefaultReturn;
+    } else {
+      result = PrepForGet(Variant(std::move(raw)), sArrayDelim, bDetectArray, bDetectNum);
+    }
+    last_value_ = result;
+    last_field_name_ = sFieldName;
+    last_delimiter_ = sArrayDelim;
+    return result;
+  });
+}
+
+// ---------------------------------------------------------------------------
+// Listings.
+
+SafeArray KivINIFileHandler::GetSectionNames() {
+  return Guard(u"KivINIFileHandler.GetSectionNames", [&] {
+    return SafeArray::OfStrings(
+        ini::DecodeNameList(ini::INIGetSections(path_, &last_profile_error_)));
+  });
+}
+
+SafeArray KivINIFileHandler::GetFieldNames() {
+  return Guard(u"KivINIFileHandler.GetFieldNames", [&] {
+    return SafeArray::OfStrings(
+        ini::DecodeNameList(ini::INIGetFields(path_, section_, &last_profile_error_)));
+  });
+}
+
+// ---------------------------------------------------------------------------
+// Deleting.
+
+void KivINIFileHandler::DeleteFile() {
+  // Every step discards its failure and the next one runs.
+  std::string file;
+  bool exists = false;
+  ResumeNext([&] { file = ResolveProfilePath(ToUtf8(path_)); });
+  // The codec's PathExists on the native path, without a round trip
+  // through 16-bit text.
+  ResumeNext([&] { exists = !file.empty() && GetFileSystem()->PathExists(file); });
+  if (exists) ResumeNext([&] { (void)GetFileSystem()->DeleteFile(file); });
+}
+
+void KivINIFileHandler::DeleteSection() {
+  Guard(u"KivINIFileHandler.DeleteSection", [&] {
+    ini::INIDeleteSection(path_, section_, &last_profile_error_);
+    put_Section(String());
+    last_field_name_.clear();
+    last_delimiter_ = kTab;
+  });
+}
+
+void KivINIFileHandler::DeleteField(const String& sFieldName) {
+  Guard(u"KivINIFileHandler.DeleteField", [&] {
+    ini::INIDeleteValue(path_, section_, sFieldName, &last_profile_error_);
+    if (ToUpper(last_field_name_) == ToUpper(sFieldName)) {
+      last_field_name_.clear();
+      last_delimiter_ = kTab;
+    }
+  });
+}
+
+String KivINIFileHandler::Version(bool bShow) {
+  return Guard(u"KivINIFileHandler.Version", [&] { return VersionReport(kClassName, bShow); });
+}
+
+// ---------------------------------------------------------------------------
+// TarvoStdInterface.
+
+void KivINIFileHandler::TarvoStdInterface_put_Path(const String& sPath) {
+  Guard(u"KivINIFileHandler.TarvoStdInterface_Path (Let)", [&] {
+    if (sPath.empty()) return;
+    String p = sPath;
+    if (p.substr(p.size() > 4 ? p.size() - 4 : 0).find(u'.') == String::npos) p += u".INI";
+    String folder, file;
+    SplitFolder(p, &folder, &file);
+    if (p.front() == u'/') {
+      if (!PathExists(folder)) p = host_folder_ + file;
+    } else {
+      p = PathExists(host_folder_ + folder) ? host_folder_ + p : host_folder_ + file;
+    }
+    put_Path(p);
+  });
+}
+
+String KivINIFileHandler::TarvoStdInterface_get_Path() {
+  return Guard(u"KivINIFileHandler.TarvoStdInterface_Path (Get)", [&] { return get_Path(); });
+}
+
+void KivINIFileHandler::TarvoStdInterface_put_Section(const String& sSection) {
+  Guard(u"KivINIFileHandler.TarvoStdInterface_Section (Let)", [&] { put_Section(sSection); });
+}
+
+String KivINIFileHandler::TarvoStdInterface_get_Section() {
+  return Guard(u"KivINIFileHandler.TarvoStdInterface_Section (Get)",
+               [&] { return get_Section(); });
+}
+
+bool KivINIFileHandler::TarvoStdInterface_SetValue(const String& sFieldName,
+                                                   const Variant& vValue,
+                                                   const String& sDelimiter) {
+  return Guard(u"KivINIFileHandler.TarvoStdInterface_SetValue",
+               [&] { return SetValue(sFieldName, vValue, sDelimiter); });
+}
+
+Variant KivINIFileHandler::TarvoStdInterface_GetValue(const String& sFieldName,
+                                                      const String& sDelimiter) {
+  return Guard(u"KivINIFileHandler.TarvoStdInterface_GetValue",
+               [&] { return GetValue(sFieldName, sDelimiter, true, true, Variant(String())); });
+}
+
+Variant KivINIFileHandler::TarvoStdInterface_Version(bool bShow) {
+  return Guard(u"KivINIFileHandler.TarvoStdInterface_Version",
+               [&] { return Variant(Version(bShow)); });
+}
+
+}  // namespace tarvo2
