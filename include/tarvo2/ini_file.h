@@ -182,9 +182,9 @@ class KivINIFileHandler : public Object {
 
   // Deletes the file that Path names (a bare name inside the configuration
   // folder, as for every other member), when it exists. Never raises:
-  // every failure (no such file, a folder, a file that cannot be removed,
-  // a path with wildcards, which are not expanded) is discarded and the
-  // file stays as it was. Path stays fixed, so a later write creates the
+  // every failure (no such file, a folder, a read-only file, a file that
+  // cannot be removed, a path with wildcards, which are not expanded) is
+  // discarded and the file stays as it was. Path stays fixed, so a later write creates the
   // file again at the same place.
   void DeleteFile();
 
@@ -216,7 +216,7 @@ class KivINIFileHandler : public Object {
   //  3. A relative path p becomes HostFolder() + p when HostFolder() + its
   //     folder exists (a bare file name has the empty folder, so it lands in
   //     HostFolder()), otherwise HostFolder() + its file name.
-  // The extension test looks only at the last four characters: "a.b/cfg"
+  // The extension test looks only at the last four characters: "dir.d/c"
   // gets no ".INI". Label "TarvoStdInterface_Path (Let)".
   void TarvoStdInterface_put_Path(const String& sPath);
   String TarvoStdInterface_get_Path();

@@ -214,7 +214,12 @@ void KivINIFileHandler::DeleteFile() {
   // The codec's PathExists on the native path, without a round trip
   // through 16-bit text.
   ResumeNext([&] { exists = !file.empty() && GetFileSystem()->PathExists(file); });
-  if (exists) ResumeNext([&] { (void)GetFileSystem()->DeleteFile(file); });
+  if (!exists) return;
+  // A read-only file is kept, as the profile store refuses to write it.
+  FileInfo info;
+  ResumeNext([&] { (void)GetFileSystem()->GetFileInfo(file, &info); });
+  if (info.exists && !info.is_directory && info.writable)
+    ResumeNext([&] { (void)GetFileSystem()->DeleteFile(file); });
 }
 
 void KivINIFileHandler::DeleteSection() {
