@@ -1,0 +1,210 @@
+// The registry access layer of KivRegistryKey: the private procedures that
+// open a key, move one value between a Variant and the store, close the key,
+// and record the store's result code in ErrorState (raising the library
+// error it maps to).
+//
+// Every procedure opens at most one handle and closes it before it returns,
+// also when an error leaves it; nothing is cached between calls.
+#include "registry/registry_access.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstring>
+
+#include "tarvo2/codepage.h"
+#include "tarvo2/convert.h"
+#include "tarvo2/library_errors.h"
+#include "tarvo2/registry_key.h"
+
+namespace tarvo2 {
+namespace registry_internal {
+
+std::int32_t LibraryErrorForResult(std::int32_t code) {
+  switch (code) {
+    case 1: return ErrBadDb;
+    case 2: return ErrBadKey;
+    case 3: return ErrCantOpenKey;
+    case 4: return ErrCantReadKey;
+    case 5: return ErrCantWriteKey;
+    case 6: return ErrOutOfMemory;
+    case 7: return ErrArenaTrashed;
+    case 8: return ErrAccessDenied;
+    case 87: return ErrInvalidParameters;
+    case 259: return ErrNoMoreItems;
+    default: return 0;
+  }
+}
+
+bool ToStoreName(StringView text, std::string* out) {
+  for (char16_t c : text)
+    if (c == u'\0') return false;
+  if (!IsAnsiRepresentable(text)) return false;
+  *out = ToAnsi(text);
+  return true;
+}
+
+bool DoubleToStoredText(double d, String* out) {
+  if (!std::isfinite(d)) return false;
+  char buf[64];
+  auto res = std::to_chars(buf, buf + sizeof buf, d);  // shortest round trip
+  std::string s(buf, res.ptr);
+  std::string exponent;
+  if (std::size_t e = s.find('e'); e != std::string::npos) {
+    exponent = "E" + s.substr(e + 1);
+    s.resize(e);
+  }
+  if (s.find('.') == std::string::npos) s += ".0";
+  s += exponent;
+  *out = String(s.begin(), s.end());
+  return true;
+}
+
+}  // namespace registry_internal
+
+using registry_internal::kAccessAll;
+using registry_internal::kAccessRead;
+using registry_internal::kAccessWrite;
+using registry_internal::kUnsupportedType;
+using registry_internal::ScopedKey;
+using registry_internal::ToStoreName;
+
+bool KivRegistryKey::CheckState() {
+  if (!invalidated_) return true;
+  Guard(u"KivRegistryKey.CheckState", [] { RaiseLibraryError(ErrObjectInvalidated); });
+  return false;
+}
+
+void KivRegistryKey::put_ErrorState(std::int32_t code) {
+  Guard(u"KivRegistryKey.ErrorState (Let)", [&] {
+    // An invalidated object keeps its last code (the switch being off).
+    if (!CheckState()) return;
+    error_state_ = code;
+    if (std::int32_t lib = registry_internal::LibraryErrorForResult(code))
+      RaiseLibraryError(static_cast<LibraryErrorCode>(lib));
+  });
+}
+
+void KivRegistryKey::CreateNewKey(RegRootKeyEnum root, const String& key_path) {
+  Guard(u"KivRegistryKey.CreateNewKey", [&] {
+    ScopedKey key(GetRegistryStore());
+    std::string path;
+    std::int32_t rc = kErrorInvalidParameter;
+    if (ToStoreName(key_path, &path)) {
+      std::uint32_t disposition = 0;
+      rc = key.store().CreateKey(static_cast<RegKey>(root), path.c_str(), kAccessAll, key.out(), &disposition);
+    }
+    put_ErrorState(rc);
+    key.Close();
+  });
+}
+
+std::int32_t KivRegistryKey::SetValueEx(RegistryStore& store, RegKey key, const String& value_name,
+                                        std::uint32_t type, const Variant& value) {
+  return Guard(u"KivRegistryKey.SetValueEx", [&]() -> std::int32_t {
+    if (type != kRegSz && type != kRegDword) return kErrorSuccess;  // nothing to write
+    std::string name;
+    if (!ToStoreName(value_name, &name)) return kErrorInvalidParameter;
+    if (type == kRegSz) {
+      String text;
+      if (value.IsDouble()) {
+        if (!registry_internal::DoubleToStoredText(value.AsDouble(), &text)) return kErrorInvalidParameter;
+      } else {
+        text = value.IsString() ? value.AsString() : ToString(value);
+      }
+      std::string data = ToAnsi(text);
+      data.push_back('\0');
+      if (data.size() > UINT32_MAX) return kErrorInvalidParameter;
+      return store.SetValue(key, name.c_str(), kRegSz, reinterpret_cast<const std::uint8_t*>(data.data()),
+                            static_cast<std::uint32_t>(data.size()));
+    }
+    std::int32_t n = ToLong(value);  // True is -1
+    std::uint8_t bytes[4];
+    std::memcpy(bytes, &n, sizeof n);  // native byte order
+    return store.SetValue(key, name.c_str(), kRegDword, bytes, sizeof bytes);
+  });
+}
+
+void KivRegistryKey::SetKeyValue(RegRootKeyEnum root, const String& key_path, const String& value_name,
+                                 const Variant& value, std::uint32_t type) {
+  Guard(u"KivRegistryKey.SetKeyValue", [&] {
+    ScopedKey key(GetRegistryStore());
+    std::int32_t rc = kErrorSuccess;
+    if (type == kRegSz || type == kRegDword) {
+      std::string path;
+      if (!ToStoreName(key_path, &path)) {
+        rc = kErrorInvalidParameter;
+      } else {
+        // The open's own result is not examined: a key that cannot be
+        // opened leaves the handle null, and the write on it reports why.
+        key.store().OpenKey(static_cast<RegKey>(root), path.c_str(), kAccessWrite, key.out());
+        rc = SetValueEx(key.store(), key.get(), value_name, type, value);
+      }
+    }
+    put_ErrorState(rc);
+    key.Close();
+  });
+}
+
+std::int32_t KivRegistryKey::QueryValueEx(RegistryStore& store, RegKey key, const String& value_name,
+                                          Variant& value) {
+  return Guard(u"KivRegistryKey.QueryValueEx", [&]() -> std::int32_t {
+    std::string name;
+    if (!ToStoreName(value_name, &name)) {
+      put_ErrorState(kErrorInvalidParameter);
+      return kErrorInvalidParameter;
+    }
+    std::uint32_t type = 0, size = 0;
+    std::int32_t rc = store.QueryValue(key, name.c_str(), &type, nullptr, &size);
+    if (rc != kErrorSuccess) {
+      put_ErrorState(rc);
+      return rc;
+    }
+    if (type == kRegSz) {
+      // A buffer of exactly the reported size: no fixed limit on texts.
+      std::string buf(size > 0 ? size : 1, '\0');
+      std::uint32_t got = size;
+      rc = store.QueryValue(key, name.c_str(), &type, reinterpret_cast<std::uint8_t*>(buf.data()), &got);
+      if (rc != kErrorSuccess) {
+        value = Variant();
+        put_ErrorState(rc);
+        return rc;
+      }
+      buf.resize(got > 0 ? got - 1 : 0);  // without the terminating NUL
+      value = Variant(FromAnsi(buf));
+      return kErrorSuccess;
+    }
+    if (type == kRegDword) {
+      // Never more than the four bytes of the integer: a number stored with
+      // more bytes gives 234 (more data) instead of overrunning it.
+      std::int32_t n = 0;
+      std::uint32_t got = size < sizeof n ? size : sizeof n;
+      rc = store.QueryValue(key, name.c_str(), &type, reinterpret_cast<std::uint8_t*>(&n), &got);
+      if (rc != kErrorSuccess) {
+        put_ErrorState(rc);
+        return rc;
+      }
+      value = Variant(n);
+      return kErrorSuccess;
+    }
+    return kUnsupportedType;
+  });
+}
+
+Variant KivRegistryKey::QueryValue(RegRootKeyEnum root, const String& key_path, const String& value_name) {
+  return Guard(u"KivRegistryKey.QueryValue", [&] {
+    Variant value;
+    ScopedKey key(GetRegistryStore());
+    std::string path;
+    std::int32_t rc = kErrorInvalidParameter;
+    if (ToStoreName(key_path, &path)) {
+      // As in SetKeyValue, a failed open shows in the read's result.
+      key.store().OpenKey(static_cast<RegKey>(root), path.c_str(), kAccessRead, key.out());
+      rc = QueryValueEx(key.store(), key.get(), value_name, value);
+    }
+    put_ErrorState(rc);
+    key.Close();
+    return value;
+  });
+}
+
+}  // namespace tarvo2
