@@ -56,12 +56,18 @@ Variant KivStorageString::Load(const String& sFileName, bool bAppend) {
     if (load) {
       std::string bytes;
       RaiseFileError(GetFileSystem()->ReadFile(ToUtf8(sFileName), &bytes));
-      String text = FromAnsi(bytes);
-      std::string().swap(bytes);  // a large file need not be held twice
-      if (bAppend)
-        CurrentText() += text;
-      else
-        CurrentText() = std::move(text);
+      // The whole file is in memory: only now does the page change. The
+      // bytes are widened straight into the page's own buffer.
+      String& page = CurrentText();
+      if (!bAppend && page.capacity() < bytes.size()) {
+        page = FromAnsi(bytes);  // a bigger buffer anyway: the old text need not be copied
+      } else {
+        const std::size_t keep = bAppend ? page.size() : 0;
+        page.resize(keep + bytes.size());
+        char16_t* out = page.data() + keep;
+        for (std::size_t i = 0; i < bytes.size(); ++i)
+          out[i] = AnsiByteToChar(static_cast<unsigned char>(bytes[i]));
+      }
     }
     UpdateBoundObject();
     return Variant();

@@ -91,8 +91,7 @@ void KivStorageString::put_Encrypted(bool bEncrypt) {
       return;
     }
     UpdateFromBoundObject();
-    const String& page = CurrentText();
-    if (page.empty()) return;
+    if (CurrentText().empty()) return;
 
     std::vector<unsigned> key(n);
     for (std::size_t i = 0; i < n; ++i) {
@@ -101,16 +100,16 @@ void KivStorageString::put_Encrypted(bool bEncrypt) {
       key[i] = static_cast<unsigned>(b);
     }
     // The last character meets the key's first, the one before it the
-    // key's second, and so on.
-    String out(page.size(), u'\0');
+    // key's second, and so on. Nothing can fail from here on, so the page
+    // is transformed where it stands.
+    String& text = CurrentText();
     std::size_t j = 0;
-    for (std::size_t i = page.size(); i-- > 0;) {
-      const unsigned c = AnsiCode(page[i]);
+    for (std::size_t i = text.size(); i-- > 0;) {
+      const unsigned c = AnsiCode(text[i]);
       const unsigned code = bEncrypt ? (c + 256 - key[j]) & 0xFF : (c + key[j]) & 0xFF;
-      out[i] = AnsiByteToChar(static_cast<unsigned char>(code));
+      text[i] = AnsiByteToChar(static_cast<unsigned char>(code));
       if (++j == n) j = 0;
     }
-    CurrentText() = std::move(out);
     UpdateBoundObject();
   });
 }

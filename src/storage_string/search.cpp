@@ -1,5 +1,6 @@
 // KivStorageString: LookFor, Find and Replace.
 #include <algorithm>
+#include <string>
 
 #include "storage_string/text_search.h"
 #include "tarvo2/library_errors.h"
@@ -151,29 +152,54 @@ std::int32_t KivStorageString::Replace(const String& sSearchFor, const String& s
     }
     if (matches.empty()) return std::int32_t{0};
 
-    // Build the new text in one buffer of its final size. The cursor goes
-    // just after the last replacement made in the search direction: the
-    // rightmost downwards, the leftmost upwards.
+    // Build the new text in one buffer of its final size: the searched
+    // string's own buffer, grown once to the final length when the
+    // replacement is longer. Pieces move towards their final place in the
+    // one order that never overwrites text still to be moved (left to right
+    // when the text shrinks, right to left when it grows). Nothing below
+    // can fail once the buffer has its size, so the text is never left
+    // half replaced. The cursor goes just after the last replacement made
+    // in the search direction: the rightmost downwards, the leftmost
+    // upwards.
+    String& buffer = bUseLastExtraction ? last_extraction_ : CurrentText();
+    // A replacement that is the buffer itself (a C++ caller passing
+    // PageText()) is copied before the buffer changes.
+    const String replacement_copy = &sReplaceWith == &buffer ? sReplaceWith : String();
+    const String& replacement = &sReplaceWith == &buffer ? replacement_copy : sReplaceWith;
     const std::size_t k = matches.size();
-    const std::size_t new_length = len - k * m + k * sReplaceWith.size();
+    const std::size_t r = replacement.size();
+    const std::size_t new_length = len - k * m + k * r;
     const std::size_t target = up ? 0 : k - 1;
-    String out;
-    out.reserve(new_length);
-    std::size_t previous = 0;
-    std::size_t after_target = 0;
-    for (std::size_t i = 0; i < k; ++i) {
-      out.append(original, previous, matches[i] - previous).append(sReplaceWith);
-      if (i == target) after_target = out.size() + 1;
-      previous = matches[i] + m;
-    }
-    out.append(original, previous, String::npos);
-
-    if (bUseLastExtraction) {
-      last_extraction_ = std::move(out);
+    const std::size_t after_target = matches[target] + target * r - target * m + r + 1;
+    using Traits = std::char_traits<char16_t>;
+    if (r <= m) {
+      char16_t* d = buffer.data();
+      std::size_t write = matches[0];
+      for (std::size_t i = 0; i < k; ++i) {
+        Traits::copy(d + write, replacement.data(), r);
+        write += r;
+        const std::size_t from = matches[i] + m;
+        const std::size_t to = i + 1 < k ? matches[i + 1] : len;
+        Traits::move(d + write, d + from, to - from);
+        write += to - from;
+      }
+      buffer.resize(new_length);
     } else {
-      CurrentText() = std::move(out);
-      UpdateBoundObject();
+      buffer.resize(new_length);  // may reallocate; the text is still whole
+      char16_t* d = buffer.data();
+      std::size_t source_end = len;
+      std::size_t write_end = new_length;
+      for (std::size_t i = k; i-- > 0;) {
+        const std::size_t from = matches[i] + m;
+        write_end -= source_end - from;
+        Traits::move(d + write_end, d + from, source_end - from);
+        write_end -= r;
+        Traits::copy(d + write_end, replacement.data(), r);
+        source_end = matches[i];
+      }
     }
+
+    if (!bUseLastExtraction) UpdateBoundObject();
     last_find_matched_ = false;
     put_Cursor(static_cast<std::int32_t>(std::min<std::size_t>(after_target, INT32_MAX)));
     return static_cast<std::int32_t>(k);
