@@ -264,7 +264,7 @@ bool IsImportSource(const Variant& v) {
 
 void ImportStore(Object& target, const Ref<Object>& source) noexcept {
   ResumeNext([&] {
-    Variant self(Ref<Object>(&target));
+    Variant self{Ref<Object>(&target)};
     String target_class = target.ClassName();
     String source_class = source->ClassName();
     // A client may pass a store's common-interface view: work on the store.
