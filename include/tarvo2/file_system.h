@@ -155,6 +155,14 @@ class FileSystem {
   // is not an error: it gives OK with info->exists false.
   virtual FileStatus GetFileInfo(const std::string& path, FileInfo* info) = 0;
 
+  // Like GetFileInfo(), for callers that only ask whether a file changed
+  // (FileInfo::SameVersion): `writable` may be left false unchecked, which
+  // saves the POSIX file system a second system call. The default calls
+  // GetFileInfo(), so wrappers that override it keep seeing every query.
+  virtual FileStatus GetFileVersion(const std::string& path, FileInfo* info) {
+    return GetFileInfo(path, info);
+  }
+
   // Sets the permission bits of `path` to `mode` (07777).
   virtual FileStatus ChangeMode(const std::string& path, uint32_t mode) = 0;
 

@@ -120,6 +120,14 @@ class PosixFileSystem : public FileSystem {
   }
 
   FileStatus GetFileInfo(const std::string& path, FileInfo* info) override {
+    return Stat(path, info, /*check_writable=*/true);
+  }
+
+  FileStatus GetFileVersion(const std::string& path, FileInfo* info) override {
+    return Stat(path, info, /*check_writable=*/false);
+  }
+
+  static FileStatus Stat(const std::string& path, FileInfo* info, bool check_writable) {
     *info = FileInfo();
     struct stat st;
     if (::stat(path.c_str(), &st) != 0) {
@@ -128,7 +136,8 @@ class PosixFileSystem : public FileSystem {
     }
     info->exists = true;
     info->is_directory = S_ISDIR(st.st_mode);
-    info->writable = (st.st_mode & 0222) != 0 && ::access(path.c_str(), W_OK) == 0;
+    info->writable = check_writable && (st.st_mode & 0222) != 0 &&
+                     ::access(path.c_str(), W_OK) == 0;
     info->device = st.st_dev;
     info->inode = st.st_ino;
     info->size = static_cast<uint64_t>(st.st_size);

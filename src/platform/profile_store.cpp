@@ -243,7 +243,7 @@ class DefaultProfileStore : public ProfileStore {
                 std::shared_ptr<const ProfileText>* text) {
     text->reset();
     FileInfo info;
-    FileStatus s = fs->GetFileInfo(path, &info);
+    FileStatus s = fs->GetFileVersion(path, &info);
     if (!s.ok()) return CodeOf(s);
     if (!info.exists) {
       cache_.erase(path);

@@ -82,6 +82,23 @@ ProfileText::ProfileText(std::string bytes) : bytes_(std::move(bytes)) {
       line.folded = FoldCase(Decode(line.name_begin, line.name_end));
     lines_.push_back(std::move(line));
   }
+  BuildIndex();
+}
+
+void ProfileText::BuildIndex() {
+  Section* current = nullptr;  // null before the first section and in copies
+  for (size_t i = 0; i < lines_.size(); ++i) {
+    const Line& l = lines_[i];
+    if (l.kind == LineKind::kSection) {
+      if (current != nullptr) current->stop = i;
+      auto [it, first] = sections_.try_emplace(l.folded);
+      current = first ? &it->second : nullptr;
+      if (current != nullptr) current->header = i;
+    } else if (l.kind == LineKind::kKey && current != nullptr) {
+      current->keys.try_emplace(l.folded, i);  // the first key of a name wins
+    }
+  }
+  if (current != nullptr) current->stop = lines_.size();
 }
 
 std::u16string ProfileText::Decode(size_t b, size_t e) const {
@@ -98,25 +115,15 @@ std::string ProfileText::Encode(std::string_view code_page) const {
   return utf8_ ? ToUtf8(FromAnsi(code_page)) : std::string(code_page);
 }
 
-int ProfileText::FindSection(std::string_view section, size_t* stop) const {
-  std::u16string want = FoldCase(FromAnsi(section));
-  for (size_t i = 0; i < lines_.size(); ++i) {
-    if (lines_[i].kind != LineKind::kSection || lines_[i].folded != want) continue;
-    size_t j = i + 1;
-    while (j < lines_.size() && lines_[j].kind != LineKind::kSection) ++j;
-    *stop = j;
-    return static_cast<int>(i);
-  }
-  return -1;
+const ProfileText::Section* ProfileText::FindSection(std::string_view section) const {
+  auto it = sections_.find(FoldCase(FromAnsi(section)));
+  return it == sections_.end() ? nullptr : &it->second;
 }
 
-int ProfileText::FindKey(size_t from, size_t stop, std::string_view key) const {
+int ProfileText::FindKey(const Section& section, std::string_view key) const {
   if (key.empty() || key[0] == ';') return -1;
-  std::u16string want = FoldCase(FromAnsi(key));
-  for (size_t i = from; i < stop; ++i)
-    if (lines_[i].kind == LineKind::kKey && lines_[i].folded == want)
-      return static_cast<int>(i);
-  return -1;
+  auto it = section.keys.find(FoldCase(FromAnsi(key)));
+  return it == section.keys.end() ? -1 : static_cast<int>(it->second);
 }
 
 std::vector<std::string> ProfileText::SectionNames() const {
@@ -129,10 +136,9 @@ std::vector<std::string> ProfileText::SectionNames() const {
 
 std::vector<std::string> ProfileText::KeyNames(std::string_view section) const {
   std::vector<std::string> names;
-  size_t stop;
-  int h = FindSection(section, &stop);
-  if (h < 0) return names;
-  for (size_t i = h + 1; i < stop; ++i) {
+  const Section* sec = FindSection(section);
+  if (sec == nullptr) return names;
+  for (size_t i = sec->header + 1; i < sec->stop; ++i) {
     const Line& l = lines_[i];
     if (l.kind == LineKind::kKey && l.name_end > l.name_begin)
       names.push_back(ToCodePage(l.name_begin, l.name_end));
@@ -142,10 +148,9 @@ std::vector<std::string> ProfileText::KeyNames(std::string_view section) const {
 
 std::optional<std::string> ProfileText::GetValue(std::string_view section,
                                                  std::string_view key) const {
-  size_t stop;
-  int h = FindSection(section, &stop);
-  if (h < 0) return std::nullopt;
-  int k = FindKey(h + 1, stop, key);
+  const Section* sec = FindSection(section);
+  if (sec == nullptr) return std::nullopt;
+  int k = FindKey(*sec, key);
   if (k < 0) return std::nullopt;
   return ToCodePage(lines_[k].value_begin, lines_[k].value_end);
 }
@@ -154,10 +159,9 @@ std::optional<std::string> ProfileText::SetValue(std::string_view section,
                                                  std::string_view key,
                                                  std::string_view value) const {
   std::string out;
-  size_t stop;
-  int h = FindSection(section, &stop);
-  if (h >= 0) {
-    int k = FindKey(h + 1, stop, key);
+  const Section* sec = FindSection(section);
+  if (sec != nullptr) {
+    int k = FindKey(*sec, key);
     if (k >= 0) {
       const Line& l = lines_[k];
       if (Decode(l.value_begin, l.value_end) == FromAnsi(value)) return std::nullopt;
@@ -170,8 +174,8 @@ std::optional<std::string> ProfileText::SetValue(std::string_view section,
     }
     // After the last line of the section that is neither blank nor a
     // comment; the header itself when there is no such line.
-    size_t last = h;
-    for (size_t i = h + 1; i < stop; ++i)
+    size_t last = sec->header;
+    for (size_t i = sec->header + 1; i < sec->stop; ++i)
       if (lines_[i].kind != LineKind::kBlank && lines_[i].kind != LineKind::kComment)
         last = i;
     const Line& l = lines_[last];
@@ -200,10 +204,9 @@ std::optional<std::string> ProfileText::SetValue(std::string_view section,
 
 std::optional<std::string> ProfileText::DeleteKey(std::string_view section,
                                                   std::string_view key) const {
-  size_t stop;
-  int h = FindSection(section, &stop);
-  if (h < 0) return std::nullopt;
-  int k = FindKey(h + 1, stop, key);
+  const Section* sec = FindSection(section);
+  if (sec == nullptr) return std::nullopt;
+  int k = FindKey(*sec, key);
   if (k < 0) return std::nullopt;
   std::string out = bytes_;
   out.erase(lines_[k].begin, lines_[k].next - lines_[k].begin);
@@ -211,14 +214,13 @@ std::optional<std::string> ProfileText::DeleteKey(std::string_view section,
 }
 
 std::optional<std::string> ProfileText::DeleteSection(std::string_view section) const {
-  size_t stop;
-  int h = FindSection(section, &stop);
-  if (h < 0) return std::nullopt;
+  const Section* sec = FindSection(section);
+  if (sec == nullptr) return std::nullopt;
   std::string out;
   out.reserve(bytes_.size());
   size_t kept_from = 0;  // start of the bytes not yet copied
-  for (size_t i = h; i < stop; ++i) {
-    if (i != static_cast<size_t>(h) && lines_[i].kind != LineKind::kKey) continue;
+  for (size_t i = sec->header; i < sec->stop; ++i) {
+    if (i != sec->header && lines_[i].kind != LineKind::kKey) continue;
     out.append(bytes_, kept_from, lines_[i].begin - kept_from);
     kept_from = lines_[i].next;
   }

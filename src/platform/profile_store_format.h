@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace tarvo2::profile {
@@ -58,11 +59,20 @@ class ProfileText {
   std::optional<std::string> DeleteSection(std::string_view section) const;
 
  private:
-  // Index of the header line of the first section called `section`, or -1;
-  // *stop receives the index of the line after the section.
-  int FindSection(std::string_view section, size_t* stop) const;
-  // Index of the first key line called `key` in lines [from, stop), or -1.
-  int FindKey(size_t from, size_t stop, std::string_view key) const;
+  // The first section of a name: its header line, the line after its last
+  // line, and the first key line of each key name in it.
+  struct Section {
+    size_t header = 0;
+    size_t stop = 0;
+    std::unordered_map<std::u16string, size_t> keys;  // folded name -> line
+  };
+
+  // Builds sections_ from lines_, so that lookups need no scan of the file.
+  void BuildIndex();
+  // The first section called `section`, or nullptr.
+  const Section* FindSection(std::string_view section) const;
+  // Index of the first key line called `key` in `section`, or -1.
+  int FindKey(const Section& section, std::string_view key) const;
   std::u16string Decode(size_t b, size_t e) const;
   std::string ToCodePage(size_t b, size_t e) const;
   std::string Encode(std::string_view code_page) const;
@@ -71,6 +81,7 @@ class ProfileText {
   bool utf8_ = false;
   std::string eol_ = "\n";
   std::vector<Line> lines_;
+  std::unordered_map<std::u16string, Section> sections_;  // folded name -> first
 };
 
 }  // namespace tarvo2::profile
