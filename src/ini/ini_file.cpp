@@ -8,6 +8,7 @@
 #include "tarvo2/convert.h"
 #include "tarvo2/file_system.h"
 #include "tarvo2/host_module.h"
+#include "tarvo2/import.h"
 #include "tarvo2/library_errors.h"
 #include "tarvo2/profile_store.h"
 #include "tarvo2/random.h"
@@ -20,7 +21,7 @@ constexpr char16_t kDefaultSection[] = u"DEFAULT";
 constexpr char16_t kMarkerPrefix[] = u"KivDefaultReturn_";
 constexpr char16_t kTab[] = u"\t";
 
-std::atomic<KivINIFileHandler::ImportHook> import_hook{nullptr};
+std::atomic<KivINIFileHandler::ImportHook> import_hook{&ImportStore};
 
 // The folder of the host executable, with its trailing '/'.
 String HostFolderOf(const std::string& module_path) {
@@ -41,12 +42,6 @@ void SplitFolder(const String& path, String* folder, String* file) {
     *folder = path.substr(0, slash + 1);
     *file = path.substr(slash + 1);
   }
-}
-
-bool IsImportSource(const Variant& v) {
-  if (!v.IsObject() || !v.AsObject()) return false;
-  String name = v.AsObject()->ClassName();
-  return name == u"KivStorageString" || name == u"KivRegistryKey" || name == kClassName;
 }
 
 }  // namespace

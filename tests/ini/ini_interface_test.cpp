@@ -2,6 +2,7 @@
 // import hook and calls through dispatch.
 #include "tarvo2/file_system.h"
 #include "tarvo2/host_module.h"
+#include "tarvo2/import.h"
 #include "tarvo2/ini_file.h"
 #include "tarvo2/library_errors.h"
 #include "tarvo2/message_box.h"
@@ -31,7 +32,7 @@ class IniInterfaceTest : public ::testing::Test {
       ASSERT_TRUE(fs_->CreateDir(dir).ok());
   }
   void TearDown() override {
-    KivINIFileHandler::SetImportHook(nullptr);
+    KivINIFileHandler::SetImportHook(&ImportStore);
     SetHostModulePath("");
     SetMessageBoxService(nullptr);
     SetFileSystem(nullptr);
@@ -108,8 +109,8 @@ TEST_F(IniInterfaceTest, VersionReport) {
 }
 
 Ref<Object> g_source;
-KivINIFileHandler* g_target = nullptr;
-void RecordImport(KivINIFileHandler& target, const Ref<Object>& source) {
+Object* g_target = nullptr;
+void RecordImport(Object& target, const Ref<Object>& source) {
   g_target = &target;
   g_source = source;
   if (source->ClassName() == u"KivRegistryKey") RaiseRuntimeError(err::kTypeMismatch);
@@ -120,9 +121,17 @@ TEST_F(IniInterfaceTest, StoreObjectsGoToTheImportHook) {
   ini->put_Path(u"/data/i.ini");
   ini->SetValue(u"k", u"old");
   auto other = KivINIFileHandler::Create();
+  other->put_Path(u"/data/o.ini");
+  other->put_Section(u"T");
+  other->SetValue(u"n", 1);
   auto registry = MakeRef<DynamicObject>(u"KivRegistryKey");
-  ini->put_Value(Variant(other->StdInterface()));  // no hook: nothing happens
-  EXPECT_EQ(ini->GetValue(u"k"), Variant(u"old"));
+  KivINIFileHandler::SetImportHook(nullptr);  // no hook: nothing happens
+  ini->put_Value(Variant(other->StdInterface()));
+  EXPECT_EQ(ini->GetSectionNames(), SafeArray::OfStrings({u"DEFAULT"}));
+  KivINIFileHandler::SetImportHook(&ImportStore);  // the library's importers
+  ini->put_Value(Variant(other));
+  EXPECT_EQ(ini->GetSectionNames(), SafeArray::OfStrings({u"DEFAULT", u"T"}));
+  EXPECT_EQ(ini->get_Section(), u"T");
 
   KivINIFileHandler::SetImportHook(&RecordImport);
   LetProperty(Variant(ini), u"Value", Variant(other->StdInterface()));
@@ -133,6 +142,8 @@ TEST_F(IniInterfaceTest, StoreObjectsGoToTheImportHook) {
   // Any other object is a plain value: its default property's text.
   auto form = MakeRef<DynamicObject>(u"kivinifilehandler");
   form->Put(u"Value", u"from form");
+  ini->put_Section(u"");
+  ini->GetValue(u"k");
   ini->put_Value(Variant(form));
   EXPECT_EQ(ini->GetValue(u"k"), Variant(u"from form"));
   g_source.reset();
