@@ -258,7 +258,10 @@ class KivRegistryKey : public Object {
   std::int32_t SetValueEx(RegistryStore& store, RegKey key, const String& value_name, std::uint32_t type,
                           const Variant& value);
   Variant QueryValue(RegRootKeyEnum root, const String& key_path, const String& value_name);
-  std::int32_t QueryValueEx(RegistryStore& store, RegKey key, const String& value_name, Variant& value);
+  // Reads through RegistryStore::QueryValueAt: the open, the read and the
+  // close of the key `key_path` below `root` in one step of the store.
+  std::int32_t QueryValueEx(RegistryStore& store, RegKey root, const std::string& key_path,
+                            const String& value_name, Variant& value);
 
   // The private accessors behind the common interface.
   String get_Path();

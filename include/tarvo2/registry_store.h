@@ -207,6 +207,19 @@ class RegistryStore {
   // subkey gives kErrorNoMoreItems. `name` must not be null.
   virtual std::int32_t EnumKey(RegKey key, std::uint32_t index, char* name,
                                std::uint32_t name_size) = 0;
+
+  // Reads the value `name` of the key `subkey` below `parent` in one step:
+  // the same as OpenKey(parent, subkey, kKeyQueryValue, &h), then
+  // QueryValue(h, name, type, data, size) on that handle (on the null handle
+  // when the open failed), then CloseKey(h), with the same results, except
+  // that a store may do it in one read instead of three calls. When
+  // `open_result` is not null it receives the open's result.
+  // The default implementation makes exactly those three calls (so wrappers
+  // see them); the SQLite store does it in one transaction.
+  virtual std::int32_t QueryValueAt(RegKey parent, const char* subkey,
+                                    const char* name, std::uint32_t* type,
+                                    std::uint8_t* data, std::uint32_t* size,
+                                    std::int32_t* open_result = nullptr);
 };
 
 // Forwards every call to another store; derive from it and override the

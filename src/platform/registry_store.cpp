@@ -15,6 +15,19 @@ namespace tarvo2 {
 
 RegistryStore::~RegistryStore() = default;
 
+std::int32_t RegistryStore::QueryValueAt(RegKey parent, const char* subkey,
+                                         const char* name, std::uint32_t* type,
+                                         std::uint8_t* data,
+                                         std::uint32_t* size,
+                                         std::int32_t* open_result) {
+  RegKey key = 0;
+  std::int32_t opened = OpenKey(parent, subkey, kKeyQueryValue, &key);
+  if (open_result != nullptr) *open_result = opened;
+  std::int32_t code = QueryValue(key, name, type, data, size);
+  if (key != 0) CloseKey(key);
+  return code;
+}
+
 // ---------------------------------------------------------------------------
 // RegistryStoreWrapper
 

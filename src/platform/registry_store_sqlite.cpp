@@ -86,6 +86,29 @@ void AddMissingNul(std::uint32_t type, std::string* data) {
     data->push_back('\0');
 }
 
+// Hands a value read (or its failure `code`) to a QueryValue caller: the
+// type, the size, and the data when it fits.
+std::int32_t CopyValueOut(std::int32_t code, std::uint32_t stored_type,
+                          std::string* bytes, std::uint32_t* type,
+                          std::uint8_t* data, std::uint32_t* size) {
+  if (code == kErrorFileNotFound && type != nullptr) *type = kRegNone;
+  if (code != kErrorSuccess) return code;
+  AddMissingNul(stored_type, bytes);
+  const auto needed = static_cast<std::uint32_t>(bytes->size());
+  if (type != nullptr) *type = stored_type;
+  if (data == nullptr) {
+    if (size != nullptr) *size = needed;
+    return kErrorSuccess;
+  }
+  if (*size < needed) {
+    *size = needed;
+    return kErrorMoreData;
+  }
+  if (needed > 0) std::memcpy(data, bytes->data(), needed);
+  *size = needed;
+  return kErrorSuccess;
+}
+
 // The result code for a failed open, from the SQLite code.
 std::int32_t OpenError(int rc) {
   int primary = rc & 0xFF;
@@ -157,6 +180,10 @@ class SqliteRegistryStore final : public RegistryStore {
                          std::uint8_t* data, std::uint32_t* data_size) override;
   std::int32_t EnumKey(RegKey key, std::uint32_t index, char* name,
                        std::uint32_t name_size) override;
+  std::int32_t QueryValueAt(RegKey parent, const char* subkey,
+                            const char* name, std::uint32_t* type,
+                            std::uint8_t* data, std::uint32_t* size,
+                            std::int32_t* open_result) override;
 
  private:
   struct Handle {
@@ -554,22 +581,43 @@ std::int32_t SqliteRegistryStore::QueryValue(RegKey key, const char* name,
                               : FetchValue(handle.key_id, fold, &stored_type,
                                            &bytes);
   });
-  if (code == kErrorFileNotFound && type != nullptr) *type = kRegNone;
-  if (code != kErrorSuccess) return code;
-  AddMissingNul(stored_type, &bytes);
-  const auto needed = static_cast<std::uint32_t>(bytes.size());
-  if (type != nullptr) *type = stored_type;
-  if (data == nullptr) {
-    if (size != nullptr) *size = needed;
-    return kErrorSuccess;
-  }
-  if (*size < needed) {
-    *size = needed;
-    return kErrorMoreData;
-  }
-  if (needed > 0) std::memcpy(data, bytes.data(), needed);
-  *size = needed;
-  return kErrorSuccess;
+  return CopyValueOut(code, stored_type, &bytes, type, data, size);
+}
+
+std::int32_t SqliteRegistryStore::QueryValueAt(
+    RegKey parent, const char* subkey, const char* name, std::uint32_t* type,
+    std::uint8_t* data, std::uint32_t* size, std::int32_t* open_result) {
+  if (open_result != nullptr) *open_result = kErrorSuccess;
+  std::lock_guard<std::mutex> lock(mu_);
+  // What the separate calls would give: a failed open leaves the null
+  // handle, on which the read fails with kErrorInvalidHandle (or with the
+  // store's own failure when the database could not be opened).
+  auto open_failed = [&](std::int32_t code) {
+    if (open_result != nullptr) *open_result = code;
+    if (data != nullptr && size == nullptr) return kErrorInvalidParameter;
+    return open_result_ != kErrorSuccess ? open_result_ : kErrorInvalidHandle;
+  };
+  if (open_result_ != kErrorSuccess) return open_failed(open_result_);
+  Handle handle;
+  if (!Lookup(parent, &handle)) return open_failed(kErrorInvalidHandle);
+  std::vector<std::string_view> parts;
+  std::int32_t code = SplitKeyPath(subkey ? subkey : "", &parts);
+  if (code != kErrorSuccess) return open_failed(code);
+  if (data != nullptr && size == nullptr) return kErrorInvalidParameter;
+  const std::string fold = FoldName(name ? name : "");
+  std::uint32_t stored_type = kRegNone;
+  std::string bytes;
+  bool opened = false;
+  code = Read([&] {
+    std::int64_t depth, id = 0;
+    std::int32_t c = LoadKey(handle.key_id, &depth);
+    if (c == kErrorSuccess) c = Resolve(handle.key_id, parts, &id);
+    if (c != kErrorSuccess) return c;
+    opened = true;
+    return FetchValue(id, fold, &stored_type, &bytes);
+  });
+  if (!opened) return open_failed(code);
+  return CopyValueOut(code, stored_type, &bytes, type, data, size);
 }
 
 std::int32_t SqliteRegistryStore::SetValue(RegKey key, const char* name,

@@ -4,7 +4,9 @@
 // error it maps to).
 //
 // Every procedure opens at most one handle and closes it before it returns,
-// also when an error leaves it; nothing is cached between calls.
+// also when an error leaves it; nothing is cached between calls. A value is
+// read with RegistryStore::QueryValueAt, which opens, reads and closes in
+// one step of the store (one transaction of the SQLite store).
 #include "registry/registry_access.h"
 
 #include <charconv>
@@ -145,44 +147,49 @@ void KivRegistryKey::SetKeyValue(RegRootKeyEnum root, const String& key_path, co
   });
 }
 
-std::int32_t KivRegistryKey::QueryValueEx(RegistryStore& store, RegKey key, const String& value_name,
-                                          Variant& value) {
+std::int32_t KivRegistryKey::QueryValueEx(RegistryStore& store, RegKey root, const std::string& key_path,
+                                          const String& value_name, Variant& value) {
   return Guard(u"KivRegistryKey.QueryValueEx", [&]() -> std::int32_t {
     std::string name;
     if (!ToStoreName(value_name, &name)) {
       put_ErrorState(kErrorInvalidParameter);
       return kErrorInvalidParameter;
     }
-    std::uint32_t type = 0, size = 0;
-    std::int32_t rc = store.QueryValue(key, name.c_str(), &type, nullptr, &size);
+    // Most values fit a small buffer, so the first call asks for type and
+    // data at once; a larger text is read again with a buffer of exactly
+    // the size the store reports (no fixed limit on texts).
+    constexpr std::uint32_t kFirstBuffer = 512;
+    std::string buf(kFirstBuffer, '\0');
+    std::uint32_t type = 0, size = kFirstBuffer;
+    // The open's own result is not examined: a key that cannot be opened
+    // leaves the null handle, and the read on it reports why (6).
+    std::int32_t rc = store.QueryValueAt(root, key_path.c_str(), name.c_str(), &type,
+                                         reinterpret_cast<std::uint8_t*>(buf.data()), &size);
+    if (rc == kErrorMoreData && type == kRegSz) {
+      buf.assign(size, '\0');
+      rc = store.QueryValueAt(root, key_path.c_str(), name.c_str(), &type,
+                              reinterpret_cast<std::uint8_t*>(buf.data()), &size);
+      if (rc == kErrorSuccess && type != kRegSz) rc = kErrorMoreData;  // replaced in between
+    }
+    if (rc == kErrorMoreData && type != kRegSz && type != kRegDword) return kUnsupportedType;
     if (rc != kErrorSuccess) {
       put_ErrorState(rc);
       return rc;
     }
     if (type == kRegSz) {
-      // A buffer of exactly the reported size: no fixed limit on texts.
-      std::string buf(size > 0 ? size : 1, '\0');
-      std::uint32_t got = size;
-      rc = store.QueryValue(key, name.c_str(), &type, reinterpret_cast<std::uint8_t*>(buf.data()), &got);
-      if (rc != kErrorSuccess) {
-        value = Variant();
-        put_ErrorState(rc);
-        return rc;
-      }
-      buf.resize(got > 0 ? got - 1 : 0);  // without the terminating NUL
+      buf.resize(size > 0 ? size - 1 : 0);  // without the terminating NUL
       value = Variant(FromAnsi(buf));
       return kErrorSuccess;
     }
     if (type == kRegDword) {
-      // Never more than the four bytes of the integer: a number stored with
-      // more bytes gives 234 (more data) instead of overrunning it.
-      std::int32_t n = 0;
-      std::uint32_t got = size < sizeof n ? size : sizeof n;
-      rc = store.QueryValue(key, name.c_str(), &type, reinterpret_cast<std::uint8_t*>(&n), &got);
-      if (rc != kErrorSuccess) {
-        put_ErrorState(rc);
-        return rc;
+      // A number stored with more than four bytes is not read into the
+      // 32-bit integer: 234 (more data), as for a buffer that is too small.
+      if (size > 4) {
+        put_ErrorState(kErrorMoreData);
+        return kErrorMoreData;
       }
+      std::int32_t n = 0;
+      std::memcpy(&n, buf.data(), size);  // native byte order
       value = Variant(n);
       return kErrorSuccess;
     }
@@ -193,16 +200,13 @@ std::int32_t KivRegistryKey::QueryValueEx(RegistryStore& store, RegKey key, cons
 Variant KivRegistryKey::QueryValue(RegRootKeyEnum root, const String& key_path, const String& value_name) {
   return Guard(u"KivRegistryKey.QueryValue", [&] {
     Variant value;
-    ScopedKey key(GetRegistryStore());
     std::string path;
     std::int32_t rc = kErrorInvalidParameter;
     if (ToStoreName(key_path, &path)) {
-      // As in SetKeyValue, a failed open shows in the read's result.
-      key.store().OpenKey(static_cast<RegKey>(root), path.c_str(), kAccessRead, key.out());
-      rc = QueryValueEx(key.store(), key.get(), value_name, value);
+      std::shared_ptr<RegistryStore> store = GetRegistryStore();
+      rc = QueryValueEx(*store, static_cast<RegKey>(root), path, value_name, value);
     }
     put_ErrorState(rc);
-    key.Close();
     return value;
   });
 }

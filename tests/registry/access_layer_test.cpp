@@ -153,6 +153,37 @@ TEST_F(AccessLayerTest, KeyThatCannotBeOpenedReportsTheNullHandle) {
   EXPECT_FALSE(KeyExists("Software\\Gone"));
 }
 
+TEST_F(AccessLayerTest, OneStepReadGivesWhatTheThreeCallsGive) {
+  // The SQLite store's own QueryValueAt against the composed default that a
+  // plain wrapper falls back on.
+  auto direct = GetRegistryStore();
+  RegistryStoreWrapper composed(direct);
+  RegKey h = 0;
+  direct->CreateKey(kHKeyCurrentUser, "Software\\One", 0x3F, &h, nullptr);
+  direct->SetValue(h, "v", kRegSz, reinterpret_cast<const std::uint8_t*>("text"), 5);
+  direct->CloseKey(h);
+  struct Row { const char* path; const char* name; std::uint32_t capacity; bool with_buffer; };
+  const Row rows[] = {{"Software\\One", "v", 64, true},  {"software\\one", "V", 0, false},
+                      {"Software\\One", "v", 3, true},   {"Software\\One", "missing", 64, true},
+                      {"Software\\None", "v", 64, true}, {"\\Software", "v", 64, true},
+                      {"Software\\One", "v", 64, false}};
+  for (const Row& r : rows) {
+    SCOPED_TRACE(std::string(r.path) + " " + r.name + " " + std::to_string(r.capacity));
+    std::uint8_t buf[2][64] = {};
+    std::uint32_t type[2] = {99, 99}, size[2] = {r.capacity, r.capacity};
+    std::int32_t open[2] = {-7, -7}, code[2];
+    RegistryStore* stores[2] = {direct.get(), &composed};
+    for (int i = 0; i < 2; ++i)
+      code[i] = stores[i]->QueryValueAt(kHKeyCurrentUser, r.path, r.name, &type[i], r.with_buffer ? buf[i] : nullptr,
+                                        &size[i], &open[i]);
+    EXPECT_EQ(code[0], code[1]);
+    EXPECT_EQ(open[0], open[1]);
+    EXPECT_EQ(type[0], type[1]);
+    EXPECT_EQ(size[0], size[1]);
+    EXPECT_EQ(std::memcmp(buf[0], buf[1], sizeof buf[0]), 0);
+  }
+}
+
 TEST_F(AccessLayerTest, EveryHandleIsClosedAlsoWhenAnErrorLeaves) {
   auto counting = std::make_shared<CountingStore>(GetRegistryStore());
   SetRegistryStore(counting);

@@ -44,7 +44,9 @@ TEST_F(KeyValuesTest, ValuesReadBackThroughTheCodec) {
   for (const Row& r : rows) {
     SCOPED_TRACE(r.what);
     EXPECT_FALSE(key->SetValue(u"v", r.written, r.delimiter));
-    if (!r.written.IsBoolean()) EXPECT_EQ(Raw("Software\\Vendor\\App", "v").second, r.stored + '\0');
+    if (!r.written.IsBoolean()) {
+      EXPECT_EQ(Raw("Software\\Vendor\\App", "v").second, r.stored + '\0');
+    }
     EXPECT_EQ(key->GetValue(u"v", r.delimiter, r.detect_array, r.detect_number), r.read);
     EXPECT_EQ(key->get_Value(), r.read);
   }
