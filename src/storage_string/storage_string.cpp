@@ -24,12 +24,11 @@ bool Contains(StringView text, StringView part) { return FindForward(text, part,
 }  // namespace
 
 Record MakeLookForResult(String text, const std::vector<std::int32_t>& positions) {
-  std::vector<Variant> items;
-  items.reserve(positions.size());
-  for (std::int32_t p : positions) items.emplace_back(p);
+  SafeArray list(VarType::kLong, 0, positions.size());
+  for (std::size_t i = 0; i < positions.size(); ++i) list.Put(static_cast<std::int32_t>(i), Variant(positions[i]));
   return Record(kLookForResultsType, {{u"Text", Variant(std::move(text))},
                                       {u"Hits", Variant(static_cast<std::int32_t>(positions.size()))},
-                                      {u"Positions", Variant(SafeArray::Of(VarType::kLong, std::move(items), 0))}});
+                                      {u"Positions", Variant(std::move(list))}});
 }
 
 void KivStorageString::SetImportHook(ImportHook hook) { g_import_hook = hook; }
