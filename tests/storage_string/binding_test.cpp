@@ -41,6 +41,10 @@ TEST(StorageStringBinding, MirrorsTheChosenProperty) {
     ctl->Put(r.property, u"pulled");
     s->InsertText(u"+", 1);  // a write does not pull first
     EXPECT_EQ(*ctl->Find(r.property), Variant(u"+<\\old={1};/><\\f={v};/>"));
+    ctl->Put(r.property, u"AB");
+    s->put_EncryptionKey(u"\u0001");
+    s->put_Encrypted(true);  // pulls, enciphers, pushes
+    EXPECT_EQ(*ctl->Find(r.property), Variant(u"@A"));
   }
 }
 

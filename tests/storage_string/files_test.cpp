@@ -180,7 +180,11 @@ TEST(StorageStringValue, WritesTextOrImportsStores) {
   struct Row {
     Variant v;
     String text;
-  } rows[] = {{u"KivStorageString", u"KivStorageString"}, {12, u"12"}, {true, u"True"}, {Variant(), u""}};
+  } rows[] = {{u"KivStorageString", u"KivStorageString"}, {12, u"12"}, {true, u"True"}, {Variant(), u""}, {[] {
+                auto other = MakeRef<DynamicObject>(u"Form");  // another class: its default property
+                other->Put(u"Value", u"from the form");
+                return Variant(other);
+              }(), u"from the form"}};
   for (const Row& r : rows) {
     ss->put_Value(r.v);
     EXPECT_EQ(ss->PageText(), r.text);

@@ -120,6 +120,7 @@ TEST(StorageStringSearch, ReplacesOneOrAllMatches) {
       {u"abxab", u"ab", u"long", true, false, tarvo_SearchUp, 4, 1, u"longxab", 5},
       {u"aXbxc", u"x", u"", false, true, static_cast<SearchDirectionEnum>(7), 1, 2, u"abc", 3},
       {u"abc", u"zz", u"Y", true, true, tarvo_SearchDown, 2, 0, u"abc", 2},
+      {u"aAbA", u"a", u"-", false, true, tarvo_SearchDown, 1, 3, u"--b-", 4},  // letter case ignored
   };
   for (const Row& r : rows) {
     SCOPED_TRACE(ToUtf8(r.page + u" " + r.find + u"->" + r.with));
