@@ -89,17 +89,17 @@ class KivRegistryKey : public Object {
   // The import of store objects assigned to Value. When a client writes an
   // object whose class name is "KivStorageString", "KivRegistryKey" or
   // "KivINIFileHandler" (compared exactly) to Value, the key calls the
-  // installed hook with itself as `target` and the object as `source`
-  // (asked for its own class interface first, so a TarvoStdInterface view
-  // of a store arrives as the store). The hook copies the content through
-  // the public members of both objects (the key's section through
-  // TarvoStdInterface_put_Section); an error leaving it passes through the
-  // standard handler of Value (Let) ("KivRegistryKey.Import (Let)"). While
-  // no hook is installed (the default) such an assignment changes nothing
-  // and raises nothing. The hook is process-wide, installed once at
-  // start-up by the import code; SetImportHook(nullptr) removes it. Not
-  // synchronised: install it before objects are used.
-  using ImportHook = void (*)(KivRegistryKey& target, const Ref<Object>& source);
+  // import hook with itself as `target` and the object as `source` (asked
+  // for its own class interface first, so a TarvoStdInterface view of a
+  // store arrives as the store). The hook installed from the start is
+  // tarvo2::ImportStore (import.h), the library's importers, which copy the
+  // content through the public members of both objects and never raise. An
+  // error leaving another hook passes through the standard handler of Value
+  // (Let), label "KivRegistryKey.Import (Let)". SetImportHook replaces the
+  // hook process-wide (to observe imports in a test, say); with
+  // SetImportHook(nullptr) such an assignment changes nothing and raises
+  // nothing. Not synchronised: change it before objects are used.
+  using ImportHook = void (*)(Object& target, const Ref<Object>& source);
   static void SetImportHook(ImportHook hook);
   static ImportHook GetImportHook();
 

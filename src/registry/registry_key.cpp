@@ -8,6 +8,7 @@
 #include "tarvo2/codec.h"
 #include "tarvo2/codepage.h"
 #include "tarvo2/convert.h"
+#include "tarvo2/import.h"
 #include "tarvo2/library_errors.h"
 
 namespace tarvo2 {
@@ -20,7 +21,7 @@ using registry_internal::ToStoreName;
 namespace {
 
 std::atomic<std::int64_t> g_live_keys{0};
-KivRegistryKey::ImportHook g_import_hook = nullptr;
+KivRegistryKey::ImportHook g_import_hook = &ImportStore;
 
 // The separators that may follow a root name in a path text, in the order
 // they are tried.

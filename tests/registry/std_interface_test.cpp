@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "registry_test_util.h"
+#include "tarvo2/import.h"
 #include "tarvo2/message_box.h"
 
 namespace tarvo2 {
@@ -19,7 +20,7 @@ struct RecordingBox : MessageBoxService {
 class KeyStdInterfaceTest : public RegistryTest {
  protected:
   void TearDown() override {
-    KivRegistryKey::SetImportHook(nullptr);
+    KivRegistryKey::SetImportHook(&ImportStore);
     SetMessageBoxService(nullptr);
     RegistryTest::TearDown();
   }
@@ -66,24 +67,31 @@ TEST_F(KeyStdInterfaceTest, ForwardersAddTheirLabelsToTheChain) {
 }
 
 Ref<Object> g_source;
-KivRegistryKey* g_target = nullptr;
+Object* g_target = nullptr;
 
 TEST_F(KeyStdInterfaceTest, StoreObjectsAssignedToValueGoToTheImportHook) {
   auto key = Key(u"Software\\Import");
   auto source = Key(u"Software\\Source");
+  source->SetValue(u"x", Variant(1));
+  source->SetValue(u"y", SafeArray::OfStrings({u"a", u"b"}));
+  KivRegistryKey::SetImportHook(nullptr);
   key->put_Value(Variant(source));  // no hook: nothing happens
   EXPECT_EQ(key->GetValueNames().Count(), 0u);
+  KivRegistryKey::SetImportHook(&ImportStore);  // the library's importers
+  key->put_Value(Variant(source));
+  EXPECT_EQ(key->GetValueNames(), SafeArray::OfStrings({u"x", u"y"}));
+  EXPECT_EQ(Raw("Software\\Import", "y").second, std::string("a\tb\0", 4));
 
-  KivRegistryKey::SetImportHook([](KivRegistryKey& target, const Ref<Object>& src) {
+  KivRegistryKey::SetImportHook([](Object& target, const Ref<Object>& src) {
     g_target = &target;
     g_source = src;
   });
   key->put_Value(Variant(source->StdInterface()));  // a view arrives as the store itself
-  EXPECT_EQ(g_target, key.get());
+  EXPECT_EQ(g_target, static_cast<Object*>(key.get()));
   EXPECT_EQ(g_source.get(), static_cast<Object*>(source.get()));
   g_source.reset();
 
-  KivRegistryKey::SetImportHook([](KivRegistryKey&, const Ref<Object>&) { RaiseRuntimeError(13); });
+  KivRegistryKey::SetImportHook([](Object&, const Ref<Object>&) { RaiseRuntimeError(13); });
   EXPECT_ERROR(key->put_Value(Variant(source)), 13, u"Type mismatch",
                Chain({u"Tarvo2", u"KivRegistryKey.Import (Let)"}));
   auto other = MakeRef<DynamicObject>(u"kivregistrykey");  // class names compare exactly
