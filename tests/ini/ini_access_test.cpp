@@ -106,21 +106,6 @@ TEST_F(IniAccessFileTest, ReadsValuesAndListsOfAnyLengthWhole) {
   EXPECT_EQ(INIGetSections(path_), list);
 }
 
-TEST_F(IniAccessFileTest, MissingThingsReadAsDefaultsAndDeletesCreateNothing) {
-  uint32_t error = 99;
-  EXPECT_EQ(INIGetValue(path_, u"S", u"k", u" d  ", &error), u" d");
-  EXPECT_EQ(error, kProfileFileNotFound);
-  EXPECT_EQ(INIGetSections(u"/nofolder/a.ini", &error), u"");
-  EXPECT_EQ(error, kProfilePathNotFound);
-  INIDeleteValue(path_, u"S", u"k", &error);
-  INIDeleteSection(path_, u"S", &error);
-  EXPECT_EQ(error, kProfileOk);
-  EXPECT_FALSE(fs_->Exists("/d/a.ini"));
-  INISetValue(path_, u"S", u"k", u"v");
-  EXPECT_EQ(INIGetFields(path_, u"other"), u"");
-  EXPECT_EQ(INIGetValue(path_, u"S", u"k", u"d"), u"v");
-}
-
 TEST_F(IniAccessFileTest, RefusesNulInsideNamesAndValues) {
   INISetValue(path_, u"S", u"a", u"kept");
   const String nul(1, u'\0');

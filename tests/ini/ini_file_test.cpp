@@ -1,6 +1,13 @@
-// KivINIFileHandler on the in-memory file system: values and arrays,
-// sections and listings, deletes.
+// KivINIFileHandler's values and arrays, sections and listings, deletes,
+// and bad input: odd files, refused writes, folders and read-only files.
 #include "tarvo2/ini_file.h"
+
+#include <sys/stat.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "platform_temp_dir.h"
 
 #include "tarvo2/file_system.h"
 #include "tarvo2/library_errors.h"
@@ -83,7 +90,7 @@ TEST_F(IniFileTest, DetectionOptionsAndDefaults) {
       {false, true, u"1\t2"},
   };
   for (const Row& row : rows) {
-    SCOPED_TRACE(testing::Message() << row.array << row.number);
+    SCOPED_TRACE(::testing::Message() << row.array << row.number);
     EXPECT_EQ(ini_->GetValue(u"nums", u"\t", row.array, row.number), row.want);
   }
   EXPECT_EQ(ini_->GetValue(u"missing"), Variant(u""));
@@ -188,6 +195,91 @@ TEST_F(IniFileTest, DeletesFieldsSectionsAndTheFile) {
   }
   EXPECT_TRUE(fs_->IsDirectory("/d"));
   EXPECT_EQ(Content(), "[DEFAULT]\nk=1\n");
+}
+
+// Bad input.
+
+TEST_F(IniFileTest, OddFilesReadAndEditInPlace) {
+  const std::string mb(1 << 20, 'm');
+  struct Row { const char* name; std::string before; Variant k; String added; std::string after; };
+  const Row rows[] = {
+      {"bytes that are not UTF-8", "[S]\nk=\xff\x81\x90\n", u"\u00ff\u0081\u0090", u"\u00e9",
+       "[S]\nk=\xff\x81\x90\nj=\xe9\n"},
+      {"no newline at the end", "[S]\nk=1", 1, u"2", "[S]\nk=1\nj=2\n"},
+      {"CR LF", "[S]\r\nk=1\r\n", 1, u"2", "[S]\r\nk=1\r\nj=2\r\n"},
+      {"byte-order mark", "\xEF\xBB\xBF[S]\nk=\xc3\xa9\n", u"\u00e9", u"\u00fc",
+       "\xEF\xBB\xBF[S]\nk=\xc3\xa9\nj=\xc3\xbc\n"},
+      {"quotes and blanks", "[S]\n k = ' a ' \n", u" a ", u"  b  ", "[S]\n k = ' a ' \nj=  b  \n"},
+      {"1 MB line", "[S]\nk=" + mb + "\n", FromAnsi(mb), u"2", "[S]\nk=" + mb + "\nj=2\n"},
+      {"not in the code page", "[S]\n", u"", u"\u65e5x", "[S]\nj=?x\n"},
+  };
+  ini_->put_Section(u"S");
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    Put(row.before);
+    EXPECT_EQ(ini_->GetValue(u"k", u"\t", true, true, u""), row.k);
+    ini_->SetValue(u"j", row.added);
+    EXPECT_EQ(Content(), row.after);
+  }
+  ini_->SetValue(u"big", FromAnsi(mb));
+  EXPECT_EQ(ini_->GetValue(u"big"), Variant(FromAnsi(mb)));
+}
+
+TEST_F(IniFileTest, RefusedWritesLeaveTheFileAlone) {
+  ini_->put_Section(u"S");
+  Put("[S]\nk=1\n");
+  for (const char16_t* value : {u"a\r\nb", u"a\nb", u"a\rb"}) {
+    ini_->SetValue(u"k", value);
+    EXPECT_EQ(ini_->LastProfileError(), kProfileInvalidParameter);
+  }
+  for (const char16_t* name : {u"a=b", u";c", u"[x"}) ini_->SetValue(name, 1);
+  EXPECT_EQ(Content(), "[S]\nk=1\n");
+  // Deleted behind the object's back: reads find nothing, a write starts anew.
+  ASSERT_TRUE(fs_->DeleteFile("/d/t.ini").ok());
+  EXPECT_EQ(ini_->GetValue(u"k", u"\t", true, true, u"none"), Variant(u"none"));
+  EXPECT_EQ(ini_->GetFieldNames(), SafeArray::OfStrings({}));
+  ini_->SetValue(u"j", 2);
+  EXPECT_EQ(Content(), "[S]\nj=2\n");
+}
+
+TEST(IniRealFileTest, FoldersReadOnlyFilesAndMissingFolders) {
+  SetFileSystem(nullptr);
+  SetProfileStore(nullptr);
+  testing::PlatformTempDir dir;
+  ASSERT_FALSE(dir.path().empty());
+  const std::string file = dir / "ro.ini";
+  std::ofstream(file) << "[S]\nk=1\n";
+  ASSERT_EQ(::chmod(file.c_str(), 0444), 0);
+  struct Row { std::string path; uint32_t error; };
+  const Row rows[] = {
+      {dir.path(), kProfileAccessDenied},
+      {file, kProfileAccessDenied},
+      {dir / "none/x.ini", kProfilePathNotFound},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.path);
+    auto ini = KivINIFileHandler::Create();
+    ini->put_Path(FromUtf8(row.path));
+    ini->put_Section(u"S");
+    EXPECT_FALSE(ini->SetValue(u"k", 2));
+    EXPECT_EQ(ini->LastProfileError(), row.error);
+    ini->DeleteSection();
+    ini->DeleteFile();
+  }
+  std::stringstream kept;
+  kept << std::ifstream(file).rdbuf();
+  EXPECT_EQ(kept.str(), "[S]\nk=1\n");
+  EXPECT_FALSE(GetFileSystem()->Exists(dir / "none"));
+
+  // A writable file on disk: written, read by a second object, deleted.
+  auto a = KivINIFileHandler::Create(), b = KivINIFileHandler::Create();
+  a->put_Path(FromUtf8(dir / "rw.ini"));
+  b->put_Path(a->get_Path());
+  a->SetValue(u"k", SafeArray::Of(VarType::kDouble, {0.5, 2.25}));
+  EXPECT_EQ(b->GetValue(u"k"), Variant(SafeArray::Of(VarType::kDouble, {0.5, 2.25})));
+  b->DeleteFile();
+  EXPECT_FALSE(GetFileSystem()->Exists(dir / "rw.ini"));
+  EXPECT_EQ(a->GetValue(u"k"), Variant(u""));
 }
 
 }  // namespace

@@ -72,7 +72,7 @@ TEST_F(IniInterfaceTest, CommonInterfacePathsLandBelowTheHostFolder) {
   EXPECT_EQ(ini->get_Path(), u" /data/raw ");
 }
 
-TEST_F(IniInterfaceTest, CommonInterfaceForwardsToTheStore) {
+TEST_F(IniInterfaceTest, CommonInterfaceForwardsToTheStoreAndReportsTheVersion) {
   auto ini = KivINIFileHandler::Create();
   Ref<Object> view = ini->QueryInterface(u"tarvostdinterface");
   auto face = RefCast<TarvoStdInterface>(view);
@@ -87,6 +87,13 @@ TEST_F(IniInterfaceTest, CommonInterfaceForwardsToTheStore) {
   EXPECT_EQ(face->GetValue(u"k", u","), Variant(SafeArray::Of(VarType::kLong, {1, 2})));
   EXPECT_EQ(face->GetValue(u"none"), Variant(u""));
   EXPECT_EQ(face->Version(), Variant(u"2.0"));
+  EXPECT_TRUE(box_->shown.empty());
+  EXPECT_EQ(Call(Variant(ini), u"Version", {true}), Variant(u"2.0"));
+  EXPECT_EQ(box_->shown, std::vector<String>{
+      u"Tarvo2 - 2.0.4\rModule: KivINIFileHandler - 2.0|Tarvo2 - Version Information|64"});
+  box_->fail = true;
+  EXPECT_ERROR(face->Version(true), 70, u"Permission denied",
+               u"Tarvo2\r\nKivINIFileHandler.Version\r\nKivINIFileHandler.TarvoStdInterface_Version");
   EXPECT_ERROR(face->SetValue(u"", 1), LibraryErrorNumber(ErrZeroLengthFieldName),
                u"Zero Length Feild Names Are Not Allowed",
                u"Tarvo2\r\nKivINIFileHandler.SetValue\r\nKivINIFileHandler.TarvoStdInterface_SetValue");
@@ -94,18 +101,6 @@ TEST_F(IniInterfaceTest, CommonInterfaceForwardsToTheStore) {
                u"Illegal Character(s) Passed",
                u"Tarvo2\r\nKivINIFileHandler.Section (Let)\r\n"
                u"KivINIFileHandler.TarvoStdInterface_Section (Let)");
-}
-
-TEST_F(IniInterfaceTest, VersionReport) {
-  auto ini = KivINIFileHandler::Create();
-  EXPECT_EQ(ini->Version(), u"2.0");
-  EXPECT_TRUE(box_->shown.empty());
-  EXPECT_EQ(Call(Variant(ini), u"Version", {true}), Variant(u"2.0"));
-  EXPECT_EQ(box_->shown, std::vector<String>{
-      u"Tarvo2 - 2.0.4\rModule: KivINIFileHandler - 2.0|Tarvo2 - Version Information|64"});
-  box_->fail = true;
-  EXPECT_ERROR(ini->StdInterface()->Version(true), 70, u"Permission denied",
-               u"Tarvo2\r\nKivINIFileHandler.Version\r\nKivINIFileHandler.TarvoStdInterface_Version");
 }
 
 Ref<Object> g_source;
