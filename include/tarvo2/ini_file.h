@@ -235,9 +235,9 @@ class KivINIFileHandler : public Object {
   // -------------------------------------------------------------------------
   // C++ only (not part of the automation interface).
 
-  // The folder of the host executable with its trailing '/', the base of
-  // relative paths given through TarvoStdInterface; empty when the
-  // executable cannot be determined (relative paths then stay relative to
+  // The folder of the host executable (GetHostModulePath(), whatever its
+  // length) with its trailing '/', the base of relative paths given through
+  // TarvoStdInterface; empty when the executable cannot be determined (relative paths then stay relative to
   // the current folder, and a bare name to the configuration folder).
   const String& HostFolder() const { return host_folder_; }
 
