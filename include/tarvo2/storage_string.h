@@ -463,9 +463,9 @@ class KivStorageString : public Object {
   // missing). Without `bAppend` the text goes to a temporary file in the
   // same folder that is then renamed over the target, so a failure leaves
   // the old file whole. A character outside the code page is written as
-  // '?'. Returns Empty. File-system failures (a folder 75, a read-only file
-  // or folder 70, a missing folder 76, a full disk 61, ...) raise their
-  // runtime error. Changes nothing in the object.
+  // '?'. Returns Empty. An empty name raises 52; file-system failures (a
+  // folder 75, a read-only file or folder 70, a missing folder 76, a full
+  // disk 61, ...) raise their runtime error. Changes nothing in the object.
   Variant Save(const String& sFileName, bool bAppend = false);
 
   // The internal version "2.0"; with `bShow` the version report is shown
