@@ -58,7 +58,9 @@ struct RawDb {
     Exec("CREATE TABLE IF NOT EXISTS reg_values(key_path BLOB NOT NULL, name BLOB NOT NULL, type INTEGER, "
          "data BLOB, PRIMARY KEY(key_path, name))");
     Prepare("SELECT type, data FROM reg_values WHERE key_path = ?1 AND name = ?2", &read);
-    Prepare("INSERT OR REPLACE INTO reg_values(key_path, name, type, data) VALUES(?1, ?2, ?3, ?4)", &write);
+    Prepare("INSERT INTO reg_values(key_path, name, type, data) VALUES(?1, ?2, ?3, ?4) "
+            "ON CONFLICT(key_path, name) DO UPDATE SET type = excluded.type, data = excluded.data",
+            &write);
     Write(kText);
   }
   ~RawDb() {
@@ -126,13 +128,19 @@ void BM_RawSetValue(benchmark::State& state) {
 }
 BENCHMARK(BM_RawSetValue);
 
-// Prints as usual and keeps each benchmark's time per iteration.
+// Prints as usual and keeps each benchmark's real time per iteration (the
+// median when the run is repeated).
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
     ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs)
-      if (run.run_type == Run::RT_Iteration) times_[run.benchmark_name()] = run.GetAdjustedRealTime();
+    for (const Run& run : runs) {
+      if (run.run_type == Run::RT_Iteration) {
+        times_[run.run_name.function_name] = run.GetAdjustedRealTime();
+      } else if (run.aggregate_name == "median") {
+        times_[run.run_name.function_name] = run.GetAdjustedRealTime();
+      }
+    }
   }
   void PrintRatios() const {
     std::printf("\nOverhead of KivRegistryKey over a raw prepared statement (goal: at most 2x):\n");

@@ -255,8 +255,10 @@ class KivRegistryKey : public Object {
   void CreateNewKey(RegRootKeyEnum root, const String& key_path);
   void SetKeyValue(RegRootKeyEnum root, const String& key_path, const String& value_name, const Variant& value,
                    std::uint32_t type);
-  std::int32_t SetValueEx(RegistryStore& store, RegKey key, const String& value_name, std::uint32_t type,
-                          const Variant& value);
+  // Writes through RegistryStore::SetValueAt (open, write and close in one
+  // step of the store).
+  std::int32_t SetValueEx(RegistryStore& store, RegKey root, const std::string& key_path,
+                          const String& value_name, std::uint32_t type, const Variant& value);
   Variant QueryValue(RegRootKeyEnum root, const String& key_path, const String& value_name);
   // Reads through RegistryStore::QueryValueAt: the open, the read and the
   // close of the key `key_path` below `root` in one step of the store.

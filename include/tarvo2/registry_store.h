@@ -220,6 +220,17 @@ class RegistryStore {
                                     const char* name, std::uint32_t* type,
                                     std::uint8_t* data, std::uint32_t* size,
                                     std::int32_t* open_result = nullptr);
+
+  // Writes the value `name` of the key `subkey` below `parent` in one step:
+  // the same as OpenKey(parent, subkey, kKeySetValue, &h), then
+  // SetValue(h, name, type, data, size) on that handle (on the null handle
+  // when the open failed), then CloseKey(h), with the same results. The
+  // default implementation makes exactly those three calls; the SQLite
+  // store does it in one transaction.
+  virtual std::int32_t SetValueAt(RegKey parent, const char* subkey,
+                                  const char* name, std::uint32_t type,
+                                  const std::uint8_t* data, std::uint32_t size,
+                                  std::int32_t* open_result = nullptr);
 };
 
 // Forwards every call to another store; derive from it and override the

@@ -28,6 +28,19 @@ std::int32_t RegistryStore::QueryValueAt(RegKey parent, const char* subkey,
   return code;
 }
 
+std::int32_t RegistryStore::SetValueAt(RegKey parent, const char* subkey,
+                                       const char* name, std::uint32_t type,
+                                       const std::uint8_t* data,
+                                       std::uint32_t size,
+                                       std::int32_t* open_result) {
+  RegKey key = 0;
+  std::int32_t opened = OpenKey(parent, subkey, kKeySetValue, &key);
+  if (open_result != nullptr) *open_result = opened;
+  std::int32_t code = SetValue(key, name, type, data, size);
+  if (key != 0) CloseKey(key);
+  return code;
+}
+
 // ---------------------------------------------------------------------------
 // RegistryStoreWrapper
 

@@ -184,6 +184,10 @@ class SqliteRegistryStore final : public RegistryStore {
                             const char* name, std::uint32_t* type,
                             std::uint8_t* data, std::uint32_t* size,
                             std::int32_t* open_result) override;
+  std::int32_t SetValueAt(RegKey parent, const char* subkey, const char* name,
+                          std::uint32_t type, const std::uint8_t* data,
+                          std::uint32_t size,
+                          std::int32_t* open_result) override;
 
  private:
   struct Handle {
@@ -233,6 +237,10 @@ class SqliteRegistryStore final : public RegistryStore {
   // kErrorFileNotFound when the key has no value `fold`.
   std::int32_t FetchValue(std::int64_t key_id, const std::string& fold,
                           std::uint32_t* type, std::string* data);
+  // Creates or replaces a value of the key `key_id` (inside a write).
+  std::int32_t PutValue(std::int64_t key_id, std::string_view value_name,
+                        std::uint32_t type, const std::uint8_t* data,
+                        std::uint32_t size);
   // The result for a value write through a handle without kKeySetValue.
   std::int32_t DeniedWrite(const Handle& handle);
 
@@ -636,27 +644,87 @@ std::int32_t SqliteRegistryStore::SetValue(RegKey key, const char* name,
     std::int64_t depth;
     std::int32_t c = LoadKey(handle.key_id, &depth);
     if (c != kErrorSuccess) return c;
-    int rc = SQLITE_OK;
-    // A replaced value keeps its name's spelling and its place.
-    sqlite3_stmt* stmt = Statement(
-        "INSERT INTO reg_values(key_id, name, fold, type, data, seq) "
-        "VALUES(?1, ?2, ?3, ?4, ?5, (SELECT COALESCE(MAX(seq), 0) + 1 "
-        "FROM reg_values WHERE key_id = ?1)) "
-        "ON CONFLICT(key_id, fold) DO UPDATE SET "
-        "type = excluded.type, data = excluded.data",
-        &rc);
-    if (stmt == nullptr) return StoreError(rc);
-    StatementScope scope(stmt);
-    sqlite3_bind_int64(stmt, 1, handle.key_id);
-    BindBytes(stmt, 2, value_name);
-    BindBytes(stmt, 3, FoldName(value_name));
-    sqlite3_bind_int64(stmt, 4, type);
-    rc = size == 0 ? sqlite3_bind_zeroblob(stmt, 5, 0)
-                   : sqlite3_bind_blob64(stmt, 5, data, size, SQLITE_STATIC);
-    if (rc != SQLITE_OK) return StoreError(rc);
-    rc = sqlite3_step(stmt);
-    return rc == SQLITE_DONE ? kErrorSuccess : StoreError(rc);
+    return PutValue(handle.key_id, value_name, type, data, size);
   });
+}
+
+std::int32_t SqliteRegistryStore::PutValue(std::int64_t key_id,
+                                           std::string_view value_name,
+                                           std::uint32_t type,
+                                           const std::uint8_t* data,
+                                           std::uint32_t size) {
+  int rc = SQLITE_OK;
+  // A replaced value keeps its name's spelling and its place.
+  sqlite3_stmt* stmt = Statement(
+      "INSERT INTO reg_values(key_id, name, fold, type, data, seq) "
+      "VALUES(?1, ?2, ?3, ?4, ?5, (SELECT COALESCE(MAX(seq), 0) + 1 "
+      "FROM reg_values WHERE key_id = ?1)) "
+      "ON CONFLICT(key_id, fold) DO UPDATE SET "
+      "type = excluded.type, data = excluded.data",
+      &rc);
+  if (stmt == nullptr) return StoreError(rc);
+  StatementScope scope(stmt);
+  sqlite3_bind_int64(stmt, 1, key_id);
+  BindBytes(stmt, 2, value_name);
+  BindBytes(stmt, 3, FoldName(value_name));
+  sqlite3_bind_int64(stmt, 4, type);
+  rc = size == 0 ? sqlite3_bind_zeroblob(stmt, 5, 0)
+                 : sqlite3_bind_blob64(stmt, 5, data, size, SQLITE_STATIC);
+  if (rc != SQLITE_OK) return StoreError(rc);
+  rc = sqlite3_step(stmt);
+  return rc == SQLITE_DONE ? kErrorSuccess : StoreError(rc);
+}
+
+std::int32_t SqliteRegistryStore::SetValueAt(
+    RegKey parent, const char* subkey, const char* name, std::uint32_t type,
+    const std::uint8_t* data, std::uint32_t size, std::int32_t* open_result) {
+  if (open_result != nullptr) *open_result = kErrorSuccess;
+  std::lock_guard<std::mutex> lock(mu_);
+  // What the separate calls would give: a failed open leaves the null
+  // handle, on which the write fails with kErrorInvalidHandle (or with the
+  // store's own failure when the database could not be opened).
+  auto open_failed = [&](std::int32_t code) {
+    if (open_result != nullptr) *open_result = code;
+    if (data == nullptr && size > 0) return kErrorInvalidParameter;
+    return open_result_ != kErrorSuccess ? open_result_ : kErrorInvalidHandle;
+  };
+  if (open_result_ != kErrorSuccess) return open_failed(open_result_);
+  Handle handle;
+  if (!Lookup(parent, &handle)) return open_failed(kErrorInvalidHandle);
+  std::vector<std::string_view> parts;
+  std::int32_t code = SplitKeyPath(subkey ? subkey : "", &parts);
+  if (code != kErrorSuccess) return open_failed(code);
+  auto resolve = [&](std::int64_t* id) {
+    std::int64_t depth;
+    std::int32_t c = LoadKey(handle.key_id, &depth);
+    return c != kErrorSuccess ? c : Resolve(handle.key_id, parts, id);
+  };
+  auto resolve_only = [&] {
+    std::int64_t id = 0;
+    return Read([&] { return resolve(&id); });
+  };
+  const std::string_view value_name = name ? name : "";
+  if ((data == nullptr && size > 0) || value_name.size() > kMaxValueNameLength) {
+    std::int32_t opened = resolve_only();
+    if (opened != kErrorSuccess) return open_failed(opened);
+    return kErrorInvalidParameter;
+  }
+  bool began = false, opened = false;
+  code = Write([&] {
+    began = true;
+    std::int64_t id = 0;
+    std::int32_t c = resolve(&id);
+    if (c != kErrorSuccess) return c;
+    opened = true;
+    return PutValue(id, value_name, type, data, size);
+  });
+  if (!began) {
+    // The write could not start (a read-only or locked database): the open
+    // alone would still have worked or failed on its own.
+    std::int32_t open_code = resolve_only();
+    return open_code != kErrorSuccess ? open_failed(open_code) : code;
+  }
+  return opened ? code : open_failed(code);
 }
 
 std::int32_t SqliteRegistryStore::DeleteValue(RegKey key, const char* name) {

@@ -5,8 +5,9 @@
 //
 // Every procedure opens at most one handle and closes it before it returns,
 // also when an error leaves it; nothing is cached between calls. A value is
-// read with RegistryStore::QueryValueAt, which opens, reads and closes in
-// one step of the store (one transaction of the SQLite store).
+// read and written with RegistryStore::QueryValueAt and SetValueAt, which
+// open the key, move the value and close the key in one step of the store
+// (one transaction of the SQLite store).
 #include "registry/registry_access.h"
 
 #include <charconv>
@@ -100,12 +101,14 @@ void KivRegistryKey::CreateNewKey(RegRootKeyEnum root, const String& key_path) {
   });
 }
 
-std::int32_t KivRegistryKey::SetValueEx(RegistryStore& store, RegKey key, const String& value_name,
-                                        std::uint32_t type, const Variant& value) {
+std::int32_t KivRegistryKey::SetValueEx(RegistryStore& store, RegKey root, const std::string& key_path,
+                                        const String& value_name, std::uint32_t type, const Variant& value) {
   return Guard(u"KivRegistryKey.SetValueEx", [&]() -> std::int32_t {
     if (type != kRegSz && type != kRegDword) return kErrorSuccess;  // nothing to write
     std::string name;
     if (!ToStoreName(value_name, &name)) return kErrorInvalidParameter;
+    // The open's own result is not examined: a key that cannot be opened
+    // leaves the null handle, and the write on it reports why (6).
     if (type == kRegSz) {
       String text;
       if (value.IsDouble()) {
@@ -116,34 +119,31 @@ std::int32_t KivRegistryKey::SetValueEx(RegistryStore& store, RegKey key, const 
       std::string data = ToAnsi(text);
       data.push_back('\0');
       if (data.size() > UINT32_MAX) return kErrorInvalidParameter;
-      return store.SetValue(key, name.c_str(), kRegSz, reinterpret_cast<const std::uint8_t*>(data.data()),
-                            static_cast<std::uint32_t>(data.size()));
+      return store.SetValueAt(root, key_path.c_str(), name.c_str(), kRegSz,
+                              reinterpret_cast<const std::uint8_t*>(data.data()),
+                              static_cast<std::uint32_t>(data.size()));
     }
     std::int32_t n = ToLong(value);  // True is -1
     std::uint8_t bytes[4];
     std::memcpy(bytes, &n, sizeof n);  // native byte order
-    return store.SetValue(key, name.c_str(), kRegDword, bytes, sizeof bytes);
+    return store.SetValueAt(root, key_path.c_str(), name.c_str(), kRegDword, bytes, sizeof bytes);
   });
 }
 
 void KivRegistryKey::SetKeyValue(RegRootKeyEnum root, const String& key_path, const String& value_name,
                                  const Variant& value, std::uint32_t type) {
   Guard(u"KivRegistryKey.SetKeyValue", [&] {
-    ScopedKey key(GetRegistryStore());
     std::int32_t rc = kErrorSuccess;
     if (type == kRegSz || type == kRegDword) {
       std::string path;
       if (!ToStoreName(key_path, &path)) {
         rc = kErrorInvalidParameter;
       } else {
-        // The open's own result is not examined: a key that cannot be
-        // opened leaves the handle null, and the write on it reports why.
-        key.store().OpenKey(static_cast<RegKey>(root), path.c_str(), kAccessWrite, key.out());
-        rc = SetValueEx(key.store(), key.get(), value_name, type, value);
+        std::shared_ptr<RegistryStore> store = GetRegistryStore();
+        rc = SetValueEx(*store, static_cast<RegKey>(root), path, value_name, type, value);
       }
     }
     put_ErrorState(rc);
-    key.Close();
   });
 }
 

@@ -184,6 +184,39 @@ TEST_F(AccessLayerTest, OneStepReadGivesWhatTheThreeCallsGive) {
   }
 }
 
+TEST_F(AccessLayerTest, OneStepWriteGivesWhatTheThreeCallsGive) {
+  std::shared_ptr<RegistryStore> direct = OpenSqliteRegistryStore(":memory:");
+  RegistryStoreWrapper composed(OpenSqliteRegistryStore(":memory:"));
+  RegistryStore* stores[2] = {direct.get(), &composed};
+  for (RegistryStore* st : stores) {
+    RegKey h = 0;
+    st->CreateKey(kHKeyCurrentUser, "Software\\W", 0x3F, &h, nullptr);
+    st->CloseKey(h);
+  }
+  const std::string long_name(kMaxValueNameLength + 1, 'n');
+  struct Row { const char* path; const char* name; const char* data; std::uint32_t size; };
+  const Row rows[] = {{"Software\\W", "v", "abc", 4},        {"software\\w", "V", "x", 2},
+                      {"Software\\Missing", "v", "abc", 4}, {"\\Software", "v", "abc", 4},
+                      {"Software\\W", "v", nullptr, 4},     {"Software\\W", long_name.c_str(), "a", 2},
+                      {"Software\\Missing", "v", nullptr, 4}};
+  for (const Row& r : rows) {
+    SCOPED_TRACE(std::string(r.path) + " " + std::to_string(r.size));
+    std::int32_t code[2], open[2] = {-7, -7};
+    std::string stored[2];
+    for (int i = 0; i < 2; ++i) {
+      code[i] = stores[i]->SetValueAt(kHKeyCurrentUser, r.path, r.name, kRegSz,
+                                      reinterpret_cast<const std::uint8_t*>(r.data), r.size, &open[i]);
+      char buf[16] = {};
+      std::uint32_t type = 0, size = sizeof buf;
+      stores[i]->QueryValueAt(kHKeyCurrentUser, "Software\\W", "v", &type, reinterpret_cast<std::uint8_t*>(buf), &size);
+      stored[i] = std::string(buf, size);
+    }
+    EXPECT_EQ(code[0], code[1]);
+    EXPECT_EQ(open[0], open[1]);
+    EXPECT_EQ(stored[0], stored[1]);
+  }
+}
+
 TEST_F(AccessLayerTest, EveryHandleIsClosedAlsoWhenAnErrorLeaves) {
   auto counting = std::make_shared<CountingStore>(GetRegistryStore());
   SetRegistryStore(counting);
