@@ -23,6 +23,17 @@ void Step(F&& f) {
 Variant Get(const Variant& o, StringView name) { return GetProperty(o, name); }
 void Let(const Variant& o, StringView name, Variant v) { LetProperty(o, name, std::move(v)); }
 
+// Sets a target's section. A registry key keeps its section accessors
+// private and offers them only through the common interface.
+void LetSection(const Variant& target, Variant section) {
+  const Ref<Object>& obj = target.AsObject();
+  if (obj->GetIdOfName(u"Section") != kDispIdUnknown) {
+    LetProperty(target, u"Section", std::move(section));
+    return;
+  }
+  LetProperty(Variant(obj->QueryInterface(u"TarvoStdInterface")), u"Section", std::move(section));
+}
+
 // The text after the last backslash of a key name, or the whole name.
 String LastComponent(const Variant& key_name) {
   String s = ToString(key_name);
@@ -161,12 +172,12 @@ void RegistryKeyFromStorageString(const Variant& self, const Variant& src) {
     Step([&] { n = ToLong(count); });
     for (std::int32_t i = 1; i <= n; ++i) {
       Step([&] { Let(src, u"Page", i); });
-      if (i > 1) Step([&] { Let(self, u"Section", Get(src, u"PageName")); });
+      if (i > 1) Step([&] { LetSection(self, Get(src, u"PageName")); });
       CopyFields(src, u"GetFieldNames", self, value, nullptr);
     }
     Step([&] { Let(src, u"Page", remembered); });
   }
-  Step([&] { Let(self, u"Section", u""); });
+  Step([&] { LetSection(self, u""); });
 }
 
 void RegistryKeyFromRegistryKey(const Variant& self, const Variant& src) {
@@ -183,13 +194,13 @@ void RegistryKeyFromIniFile(const Variant& self, const Variant& src) {
     EachElement(sections, [&](const Variant& name) {
       Step([&] {
         bool is_default = name.IsString() && name.AsString() == u"DEFAULT";
-        Let(self, u"Section", is_default ? Variant(u"") : name);
+        LetSection(self, is_default ? Variant(u"") : name);
       });
       Step([&] { Let(src, u"Section", name); });
       CopyFields(src, u"GetFieldNames", self, value, &empty);
     });
   }
-  Step([&] { Let(self, u"Section", u""); });
+  Step([&] { LetSection(self, u""); });
 }
 
 // ----- into an INI file --------------------------------------------------------
@@ -204,7 +215,7 @@ void IniFileFromStorageString(const Variant& self, const Variant& src) {
   Step([&] { n = ToLong(count); });
   for (std::int32_t i = 1; i <= n; ++i) {
     Step([&] { Let(src, u"Page", i); });
-    Step([&] { Let(self, u"Section", Get(src, u"PageName")); });
+    Step([&] { LetSection(self, Get(src, u"PageName")); });
     CopyFields(src, u"GetFieldNames", self, value, nullptr);
   }
   Step([&] { Let(src, u"Page", remembered); });
@@ -213,10 +224,10 @@ void IniFileFromStorageString(const Variant& self, const Variant& src) {
 void IniFileFromRegistryKey(const Variant& self, const Variant& src) {
   if (!VersionAccepted(src)) return;
   Variant value;
-  Step([&] { Let(self, u"Section", LastComponent(Get(src, u"KeyName"))); });
+  Step([&] { LetSection(self, LastComponent(Get(src, u"KeyName"))); });
   CopyFields(src, u"GetValueNames", self, value, nullptr);
   EachSubKey(src, [&](const Variant& sub) {
-    Step([&] { Let(self, u"Section", LastComponent(Get(sub, u"KeyName"))); });
+    Step([&] { LetSection(self, LastComponent(Get(sub, u"KeyName"))); });
     CopyFields(sub, u"GetValueNames", self, value, nullptr);
   });
 }
@@ -229,7 +240,7 @@ void IniFileFromIniFile(const Variant& self, const Variant& src) {
   if (!sections.IsArray() || !sections.AsArray().IsSized() || sections.AsArray().Count() == 0) return;
   EachElement(sections, [&](const Variant& name) {
     Step([&] { Let(src, u"Section", name); });
-    Step([&] { Let(self, u"Section", name); });
+    Step([&] { LetSection(self, name); });
     CopyFields(src, u"GetFieldNames", self, value, &empty);
   });
 }

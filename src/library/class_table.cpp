@@ -14,6 +14,10 @@ void Add(ClassRegistry& r) {
 
 ClassRegistry MakeRegistry() {
   ClassRegistry r;
+  Add<KivStorageString>(r);
+  Add<KivRegistryKey>(r);
+  Add<SubKeysCollection>(r);  // listed for its type information; not creatable
+  Add<KivINIFileHandler>(r);
   Add<TarvoStdInterface>(r);
   Add<TarvoLibrary>(r);
   return r;

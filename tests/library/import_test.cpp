@@ -1,0 +1,272 @@
+// Import between stores: all nine pairs of source and target, single-page
+// mode, refused versions, and failures that never reach the client.
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "tarvo2/tarvo2.h"
+#include "test_util.h"
+
+namespace tarvo2 {
+namespace {
+
+using Fields = std::map<String, Variant>;
+// A store's content: unit name (page, section, subkey; "" for the key
+// itself) to its fields, in unit order.
+using Units = std::vector<std::pair<String, Fields>>;
+
+constexpr char16_t kTab[] = u"\t";
+
+enum class Kind { kStorageString, kRegistryKey, kIniFile };
+const char* KindName(Kind k) {
+  return k == Kind::kStorageString ? "storage string" : k == Kind::kRegistryKey ? "registry key" : "INI file";
+}
+
+Variant LongArray(std::vector<Variant> v) { return Variant(SafeArray::Of(VarType::kLong, std::move(v))); }
+
+// Two units with texts, numbers, arrays, an empty value and odd letter case.
+const Fields kAlpha = {
+    {u"Colour", Variant(u"Red")},
+    {u"cOUNT", Variant(7)},
+    {u"Ratio", Variant(2.5)},
+    {u"List", LongArray({1, 2, 3})},
+    {u"Words", Variant(SafeArray::OfStrings({u"a", u"b"}))},
+    {u"Blank", Variant(u"")},
+};
+const Fields kBeta = {{u"Size", Variant(12)}, {u"MiXeD", Variant(u"Text With Spaces")}};
+
+class ImportTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    SetRegistryLocation(":memory:");
+    fs_ = NewMemFileSystem();
+    SetFileSystem(fs_);
+    ASSERT_TRUE(fs_->CreateDir("/cfg").ok());
+  }
+  void TearDown() override {
+    SetRaiseErrors(true);
+    SetFileSystem(nullptr);
+    SetRegistryLocation(":memory:");
+  }
+
+  // A store of `kind` named `name` holding `units`.
+  Variant Make(Kind kind, const String& name, const Units& units) {
+    Variant s;
+    switch (kind) {
+      case Kind::kStorageString: {
+        s = Variant(CreateObject(u"Tarvo2.KivStorageString"));
+        for (std::size_t i = 0; i < units.size(); ++i) {
+          if (i == 0)
+            LetProperty(s, u"PageName", units[i].first);
+          else
+            Call(s, u"AddPage", {units[i].first, true});
+          for (const auto& [f, v] : units[i].second) Call(s, u"SetValue", {f, v, kTab});
+        }
+        break;
+      }
+      case Kind::kRegistryKey: {
+        s = Variant(CreateObject(u"Tarvo2.KivRegistryKey"));
+        LetProperty(s, u"KeyName", u"Software\\Test\\" + name);
+        Variant view(s.AsObject()->QueryInterface(u"TarvoStdInterface"));
+        for (const auto& [unit, fields] : units) {
+          LetProperty(view, u"Section", unit);
+          for (const auto& [f, v] : fields) Call(s, u"SetValue", {f, v, kTab});
+        }
+        LetProperty(view, u"Section", u"");
+        break;
+      }
+      case Kind::kIniFile: {
+        s = Variant(CreateObject(u"Tarvo2.KivINIFileHandler"));
+        LetProperty(s, u"Path", u"/cfg/" + name + u".ini");
+        for (const auto& [unit, fields] : units) {
+          LetProperty(s, u"Section", unit);
+          for (const auto& [f, v] : fields) Call(s, u"SetValue", {f, v, kTab});
+        }
+        break;
+      }
+    }
+    return s;
+  }
+
+  static Fields Read(const Variant& s, StringView names_member, const Variant* default_value = nullptr) {
+    Fields out;
+    Variant names = Call(s, names_member);
+    for (const Variant& n : names.AsArray().Items())
+      out[n.AsString()] = default_value ? Call(s, u"GetValue", {n, kTab, true, true, *default_value})
+                                        : Call(s, u"GetValue", {n, kTab, true, true});
+    return out;
+  }
+
+  // Everything a store holds, unit by unit.
+  static Units Dump(Kind kind, const Variant& s) {
+    Units out;
+    switch (kind) {
+      case Kind::kStorageString: {
+        std::int32_t n = ToLong(GetProperty(s, u"PageCount"));
+        Variant current = GetProperty(s, u"Page");
+        for (std::int32_t i = 1; i <= n; ++i) {
+          if (n > 1) LetProperty(s, u"Page", i);  // selecting refuses in single-page mode
+          out.emplace_back(ToString(GetProperty(s, u"PageName")), Read(s, u"GetFieldNames"));
+        }
+        if (n > 1) LetProperty(s, u"Page", current);
+        break;
+      }
+      case Kind::kRegistryKey: {
+        out.emplace_back(u"", Read(s, u"GetValueNames"));
+        ForEach(GetProperty(s, u"SubKeys"), [&](const Variant& sub) {
+          String key = ToString(GetProperty(sub, u"KeyName"));
+          out.emplace_back(key.substr(key.rfind(u'\\') + 1), Read(sub, u"GetValueNames"));
+        });
+        break;
+      }
+      case Kind::kIniFile: {
+        Variant empty(u"");
+        Variant sections = Call(s, u"GetSectionNames");
+        for (const Variant& sec : sections.AsArray().Items()) {
+          LetProperty(s, u"Section", sec);
+          out.emplace_back(sec.AsString(), Read(s, u"GetFieldNames", &empty));
+        }
+        break;
+      }
+    }
+    return out;
+  }
+
+  std::shared_ptr<FileSystem> fs_;
+};
+
+void PrintTo(const Units& units, std::ostream* os) {
+  for (const auto& [name, fields] : units) {
+    *os << "\n  [" << ToUtf8(name) << "]";
+    for (const auto& [f, v] : fields) {
+      *os << " " << ToUtf8(f) << "=";
+      tarvo2::PrintTo(v, os);
+    }
+  }
+}
+
+// What each target holds after importing a source with units Alpha and
+// Beta: the table of where each unit lands.
+Units Expected(Kind source, Kind target) {
+  if (target == Kind::kRegistryKey) {
+    if (source == Kind::kStorageString) return {{u"", kAlpha}, {u"Beta", kBeta}};
+    if (source == Kind::kRegistryKey) return {{u"", kAlpha}};
+    return {{u"", {}}, {u"Alpha", kAlpha}, {u"Beta", kBeta}};
+  }
+  return {{u"Alpha", kAlpha}, {u"Beta", kBeta}};
+}
+
+TEST_F(ImportTest, EveryPairCopiesWhatTheTableSays) {
+  const Kind kinds[] = {Kind::kStorageString, Kind::kRegistryKey, Kind::kIniFile};
+  for (bool raise : {true, false}) {
+    SetRaiseErrors(raise);
+    int n = 0;
+    for (Kind from : kinds)
+      for (Kind to : kinds) {
+        SCOPED_TRACE(std::string(KindName(from)) + " -> " + KindName(to) + (raise ? ", raising" : ", silent"));
+        String tag = String(u"p") + static_cast<char16_t>(u'a' + n++) + (raise ? u"r" : u"s");
+        // A registry source keeps its own values in the key (unit "") and
+        // further units in subkeys; the others name every unit.
+        Units content = from == Kind::kRegistryKey ? Units{{u"", kAlpha}, {u"Beta", kBeta}}
+                                                   : Units{{u"Alpha", kAlpha}, {u"Beta", kBeta}};
+        Variant src = Make(from, from == Kind::kRegistryKey ? u"Alpha" + tag : u"src" + tag, content);
+        Variant dst = Make(to, u"dst" + tag, {});
+        LetProperty(dst, u"Value", src);
+        Units expected = Expected(from, to);
+        if (from == Kind::kRegistryKey && to != Kind::kRegistryKey) expected[0].first = u"Alpha" + tag;
+        EXPECT_EQ(Dump(to, dst), expected);
+      }
+  }
+}
+
+TEST_F(ImportTest, StorageStringTargetIsReplacedAndSourceKeepsItsPage) {
+  Variant src = Make(Kind::kStorageString, u"s", {{u"P1", {{u"a", Variant(1)}}}, {u"P2", {{u"b", Variant(2)}}}});
+  LetProperty(src, u"Page", 1);
+  Variant dst = Make(Kind::kStorageString, u"d", {{u"Old", {{u"x", Variant(9)}}}, {u"Older", {}}});
+  LetProperty(dst, u"Value", src);
+  EXPECT_EQ(Dump(Kind::kStorageString, dst), (Units{{u"P1", {{u"a", Variant(1)}}}, {u"P2", {{u"b", Variant(2)}}}}));
+  EXPECT_EQ(GetProperty(dst, u"Page"), Variant(2));
+  EXPECT_EQ(GetProperty(src, u"Page"), Variant(1));
+
+  LetProperty(dst, u"Value", dst);  // into itself: one empty, unnamed page
+  EXPECT_EQ(Dump(Kind::kStorageString, dst), (Units{{u"", {}}}));
+}
+
+TEST_F(ImportTest, SinglePageModePutsEverythingOnTheCurrentPage) {
+  Variant src = Make(Kind::kIniFile, u"single", {{u"A", {{u"a", Variant(1)}, {u"same", Variant(u"first")}}},
+                                                   {u"B", {{u"b", Variant(2)}, {u"same", Variant(u"second")}}}});
+  Variant dst = Make(Kind::kStorageString, u"d", {{u"Keep", {{u"x", Variant(9)}}}});
+  LetProperty(dst, u"MultiPage", false);
+  LetProperty(dst, u"Value", src);
+  EXPECT_EQ(Dump(Kind::kStorageString, dst),
+            (Units{{u"A", {{u"a", Variant(1)}, {u"b", Variant(2)}, {u"same", Variant(u"second")}}}}));
+
+  SetRaiseErrors(false);  // the single-page refusals are not raised at all
+  Variant quiet = Make(Kind::kStorageString, u"q", {});
+  LetProperty(quiet, u"MultiPage", false);
+  LetProperty(quiet, u"Value", src);
+  EXPECT_EQ(Dump(Kind::kStorageString, quiet).size(), 2u);
+}
+
+TEST_F(ImportTest, ManyFieldsWithOddNames) {
+  Fields many;
+  for (int i = 0; i < 150; ++i) {
+    std::string n = "fIeLd_" + std::to_string(i);
+    many[String(n.begin(), n.end())] = Variant(i % 3 == 0 ? Variant(i) : Variant(u"v" + String(1, u'a' + i % 26)));
+  }
+  Variant src = Make(Kind::kStorageString, u"m", {{u"Many", many}});
+  Variant ini = Make(Kind::kIniFile, u"many", {});
+  LetProperty(ini, u"Value", src);
+  EXPECT_EQ(Dump(Kind::kIniFile, ini), (Units{{u"Many", many}}));
+  EXPECT_EQ(GetProperty(ini, u"Section"), Variant(u"Many"));
+}
+
+TEST_F(ImportTest, IniDefaultSectionGoesToTheKeyItself) {
+  Variant src = Make(Kind::kIniFile, u"def", {{u"DEFAULT", {{u"d", Variant(1)}}}, {u"Win", {{u"w", Variant(2)}}}});
+  Variant key = Make(Kind::kRegistryKey, u"Target", {});
+  LetProperty(key, u"Value", src);
+  EXPECT_EQ(Dump(Kind::kRegistryKey, key), (Units{{u"", {{u"d", Variant(1)}}}, {u"Win", {{u"w", Variant(2)}}}}));
+  EXPECT_EQ(GetProperty(key, u"KeyName"), Variant(u"Software\\Test\\Target"));
+}
+
+// A stand-in whose class name is a store's and whose version is chosen.
+class FakeStore : public Object {
+ public:
+  explicit FakeStore(String version) : version_(std::move(version)) {}
+  static const TypeInfo& Info() {
+    static const TypeInfo info = ClassBuilder<FakeStore>(u"KivStorageString")
+                                     .Method(u"Version", &FakeStore::Version, u"", {P(u"bShow", false)})
+                                     .Get(u"PageCount", &FakeStore::PageCount, u"")
+                                     .Build();
+    return info;
+  }
+  const TypeInfo& GetTypeInfo() const override { return Info(); }
+  String Version(bool) { return version_; }
+  std::int32_t PageCount() {
+    ++reads;
+    return 0;
+  }
+  int reads = 0;
+
+ private:
+  String version_;
+};
+
+TEST_F(ImportTest, IncompatibleVersionsCopyNothingAndRaiseNothing) {
+  for (const char16_t* version : {u"2", u"1.9", u"x.y", u"2.0.1"}) {
+    SCOPED_TRACE(ToUtf8(version));
+    Ref<FakeStore> fake = MakeRef<FakeStore>(version);
+    Variant dst = Make(Kind::kStorageString, u"d", {{u"Keep", {{u"x", Variant(9)}}}});
+    EXPECT_NO_THROW(LetProperty(dst, u"Value", Variant(fake)));
+    EXPECT_EQ(Dump(Kind::kStorageString, dst), (Units{{u"Keep", {{u"x", Variant(9)}}}}));
+    EXPECT_EQ(fake->reads, 0);
+  }
+  Ref<FakeStore> good = MakeRef<FakeStore>(u"2.0");
+  Variant dst = Make(Kind::kStorageString, u"d", {{u"Gone", {{u"x", Variant(9)}}}});
+  LetProperty(dst, u"Value", Variant(good));
+  EXPECT_EQ(good->reads, 1);
+  EXPECT_EQ(Dump(Kind::kStorageString, dst), (Units{{u"", {}}}));
+}
+
+}  // namespace
+}  // namespace tarvo2
