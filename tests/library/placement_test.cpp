@@ -1,0 +1,111 @@
+// Saving and restoring where forms stood, in each of the three stores.
+#include <gtest/gtest.h>
+
+#include "tarvo2/tarvo2.h"
+#include "test_util.h"
+
+namespace tarvo2 {
+namespace {
+
+Variant Form(double top, double left, double width, double height, std::int32_t state,
+             const char16_t* name = u"frmMain") {
+  Ref<DynamicObject> f = MakeRef<DynamicObject>(u"Form");
+  f->Put(u"Top", top);
+  f->Put(u"Left", left);
+  f->Put(u"Width", width);
+  f->Put(u"Height", height);
+  f->Put(u"WindowState", state);
+  f->Put(u"Name", String(name));
+  return Variant(f);
+}
+
+class PlacementTest : public ::testing::TestWithParam<StorageTypeEnum> {
+ protected:
+  void SetUp() override {
+    SetRegistryLocation(":memory:");
+    fs_ = NewMemFileSystem();
+    SetFileSystem(fs_);
+    ASSERT_TRUE(fs_->CreateDir("/apps").ok());
+    SetHostModulePath("/apps/Ledger.bin");
+    lib_ = TarvoLibrary::Create();
+  }
+  void TearDown() override {
+    SetHostModulePath("");
+    SetFileSystem(nullptr);
+    SetRegistryLocation(":memory:");
+  }
+  std::shared_ptr<FileSystem> fs_;
+  Ref<TarvoLibrary> lib_;
+};
+
+TEST_P(PlacementTest, SaveAndRestoreRoundTrip) {
+  Ref<TarvoStdInterface> store = lib_->KivSetFormSaveParams(GetParam(), u"Acme");
+  ASSERT_TRUE(store);
+  EXPECT_EQ(store->get_Section(), u"WindowParams");
+
+  // A maximised form: its normal bounds are saved with the maximised state,
+  // and it stays maximised.
+  Variant f = Form(1200.4, 2400.5, 6000, 4500, 2);
+  lib_->KivSaveFormParams(f, Variant(42));
+  EXPECT_EQ(GetProperty(f, u"WindowState"), Variant(2));
+  Variant record = store->GetValue(u"frmMain");
+  EXPECT_EQ(record, Variant(SafeArray::Of(VarType::kLong, {1200, 2400, 6000, 4500, 2, 0, 0})));
+
+  Variant g = Form(0, 0, 10, 10, 0);
+  Variant extra;
+  lib_->KivRestoreFormParams(g.AsObject(), extra);
+  EXPECT_EQ(GetProperty(g, u"Top"), Variant(1200));
+  EXPECT_EQ(GetProperty(g, u"Left"), Variant(2400));
+  EXPECT_EQ(GetProperty(g, u"Width"), Variant(6000));
+  EXPECT_EQ(GetProperty(g, u"Height"), Variant(4500));
+  EXPECT_EQ(GetProperty(g, u"WindowState"), Variant(2));
+  EXPECT_EQ(extra, Variant(42));
+
+  // Without restoring afterwards the form is left normal.
+  Variant h = Form(1, 2, 3, 4, 1, u"frmOther");
+  lib_->KivSaveFormParams(h, Variant::Missing(), false);
+  EXPECT_EQ(GetProperty(h, u"WindowState"), Variant(0));
+
+  // A form that was never saved is left alone, and so is its extra value.
+  Variant never = Form(5, 6, 7, 8, 0, u"frmNever");
+  Variant keep(u"unchanged");
+  Call(Variant(lib_), u"KivRestoreFormParams", {never, ByRef(keep)});
+  EXPECT_EQ(GetProperty(never, u"Top"), Variant(5.0));
+  EXPECT_EQ(keep, Variant(u"unchanged"));
+}
+
+INSTANTIATE_TEST_SUITE_P(AllStores, PlacementTest,
+                         ::testing::Values(tarvo_INIFile, tarvo_Registry, tarvo_StorageString));
+
+TEST_F(PlacementTest, StorePathsFollowTheHostName) {
+  Ref<TarvoStdInterface> ini = lib_->KivSetFormSaveParams(tarvo_INIFile, u"Acme");
+  ASSERT_TRUE(ini);
+  EXPECT_EQ(ini->get_Path(), u"/apps/Ledger.ini");
+  Variant f = Form(1, 2, 3, 4, 0);
+  lib_->KivSaveFormParams(f);
+  std::string text;
+  ASSERT_TRUE(fs_->ReadFile("/apps/Ledger.ini", &text).ok());
+  EXPECT_EQ(text, "[WindowParams]\nfrmMain=1\t2\t3\t4\t0\t0\t0\n");
+
+  Ref<TarvoStdInterface> reg = lib_->KivSetFormSaveParams(tarvo_Registry, u"");  // reuses Acme
+  ASSERT_TRUE(reg);
+  EXPECT_EQ(TypeName(Variant(reg)), u"KivRegistryKey");
+  lib_->KivSaveFormParams(f);
+  Ref<Object> key = CreateObject(u"Tarvo2.KivRegistryKey");
+  LetProperty(Variant(key), u"KeyName", u"Software\\Acme\\Ledger\\WindowParams");
+  EXPECT_EQ(Call(Variant(key), u"GetValue", {u"frmMain"}),
+            Variant(SafeArray::Of(VarType::kLong, {1, 2, 3, 4, 0, 0, 0})));
+}
+
+TEST_F(PlacementTest, ShortRecordsFailAfterApplyingWhatTheyHave) {
+  Ref<TarvoStdInterface> store = lib_->KivSetFormSaveParams(tarvo_StorageString, u"Acme");
+  store->SetValue(u"frmMain", Variant(u"10\t20\t30"));
+  Variant f = Form(0, 0, 0, 0, 0);
+  EXPECT_ERROR(lib_->KivRestoreFormParams(f.AsObject()), 9, u"Subscript out of range",
+               u"Tarvo2\r\nKivRestoreFormParams");
+  EXPECT_EQ(GetProperty(f, u"Width"), Variant(30));
+  EXPECT_EQ(GetProperty(f, u"Height"), Variant(0.0));
+}
+
+}  // namespace
+}  // namespace tarvo2
