@@ -1,10 +1,15 @@
 #include "storage_string/text_search.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
+#endif
+#if defined(__x86_64__) && defined(__GNUC__)
+#include <immintrin.h>
+#define TARVO2_HAVE_AVX2_PATH 1
 #endif
 
 namespace tarvo2::storage_string {
@@ -35,6 +40,44 @@ inline unsigned CandidateMask(const char16_t* h, std::size_t i, std::size_t m, _
 }
 #endif
 
+#if defined(TARVO2_HAVE_AVX2_PATH)
+// The forward scan with 256-bit compares, 32 candidate starts at a time,
+// for processors that have AVX2 (chosen at run time). Scans candidates
+// from `i` to `last_start`, the tail included.
+__attribute__((target("avx2"))) std::size_t ForwardAvx2(const char16_t* h, std::size_t i, std::size_t last_start,
+                                                       std::u16string_view needle) {
+  const std::size_t m = needle.size();
+  const __m256i vf = _mm256_set1_epi16(static_cast<short>(needle.front()));
+  const __m256i vl = _mm256_set1_epi16(static_cast<short>(needle.back()));
+  while (i <= last_start && last_start - i >= 31) {
+    const __m256i a0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + i));
+    const __m256i a1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + i + 16));
+    __m256i e0 = _mm256_cmpeq_epi16(a0, vf);
+    __m256i e1 = _mm256_cmpeq_epi16(a1, vf);
+    if (m > 1) {
+      const __m256i b0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + i + m - 1));
+      const __m256i b1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + i + m - 1 + 16));
+      e0 = _mm256_and_si256(e0, _mm256_cmpeq_epi16(b0, vl));
+      e1 = _mm256_and_si256(e1, _mm256_cmpeq_epi16(b1, vl));
+    }
+    std::uint64_t mask = static_cast<std::uint32_t>(_mm256_movemask_epi8(e0)) |
+                         (static_cast<std::uint64_t>(static_cast<std::uint32_t>(_mm256_movemask_epi8(e1))) << 32);
+    while (mask != 0) {
+      const std::size_t j = i + static_cast<std::size_t>(__builtin_ctzll(mask)) / 2;
+      if (MiddleMatches(h + j, needle)) return j;
+      mask &= mask - 1;
+      mask &= mask - 1;
+    }
+    i += 32;
+  }
+  for (; i <= last_start; ++i)
+    if (MatchesAt(h + i, needle)) return i;
+  return kNotFound;
+}
+
+const bool kHasAvx2 = __builtin_cpu_supports("avx2");
+#endif
+
 }  // namespace
 
 std::size_t FindForward(std::u16string_view hay, std::u16string_view needle, std::size_t from) {
@@ -45,6 +88,9 @@ std::size_t FindForward(std::u16string_view hay, std::u16string_view needle, std
   const char16_t* h = hay.data();
   const std::size_t last_start = n - m;
   std::size_t i = from;
+#if defined(TARVO2_HAVE_AVX2_PATH)
+  if (kHasAvx2) return ForwardAvx2(h, i, last_start, needle);
+#endif
 #if defined(__SSE2__)
   const __m128i vf = _mm_set1_epi16(static_cast<short>(needle.front()));
   const __m128i vl = _mm_set1_epi16(static_cast<short>(needle.back()));
