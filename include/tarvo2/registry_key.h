@@ -180,7 +180,10 @@ class KivRegistryKey : public Object {
   bool SetValue(const String& sValueName, const Variant& vValue, const String& sArrayDelim = u"\t");
 
   // Reads the value `sValueName` (not trimmed; "" is the default value) and
-  // decodes it with PrepForGet. A value that reads as Empty (missing with
+  // decodes it with PrepForGet. A key that does not exist (deleted by other
+  // means since) is read through the null handle of the failed open, which
+  // records 6 and raises ErrOutOfMemory; SetValue and DeleteValue do the
+  // same. A value that reads as Empty (missing with
   // the switch off, of another type, unreadable) gives `vDefaultReturn`.
   // A missing value raises ErrBadKey unless `vDefaultReturn` was supplied
   // (is not the missing marker): then the default is returned, ErrorState

@@ -33,19 +33,18 @@ class CountingStore : public RegistryStoreWrapper {
   using RegistryStoreWrapper::RegistryStoreWrapper;
   int open = 0;
   std::int32_t CreateKey(RegKey p, const char* s, std::uint32_t a, RegKey* r, std::uint32_t* d) override {
-    std::int32_t rc = RegistryStoreWrapper::CreateKey(p, s, a, r, d);
-    open += rc == 0;
-    return rc;
+    return Count(RegistryStoreWrapper::CreateKey(p, s, a, r, d));
   }
   std::int32_t OpenKey(RegKey p, const char* s, std::uint32_t a, RegKey* r) override {
-    std::int32_t rc = RegistryStoreWrapper::OpenKey(p, s, a, r);
-    open += rc == 0;
-    return rc;
+    return Count(RegistryStoreWrapper::OpenKey(p, s, a, r));
   }
   std::int32_t CloseKey(RegKey k) override {
     open -= (k != 0 && k < kHKeyClassesRoot);
     return RegistryStoreWrapper::CloseKey(k);
   }
+
+ private:
+  std::int32_t Count(std::int32_t rc) { return open += rc == 0, rc; }
 };
 
 // A fresh in-memory store for every test, the raise switch on, and no
@@ -71,30 +70,22 @@ class RegistryTest : public ::testing::Test {
     return k;
   }
 
-  // The raw value as the store holds it, or {type 0xFFFF, ""} when missing.
+  // The raw value as the store holds it, or {0xFFFF, ""} when missing.
   static std::pair<std::uint32_t, std::string> Raw(const std::string& path, const std::string& name,
                                                    RegKey root = kHKeyCurrentUser) {
-    auto store = GetRegistryStore();
-    RegKey h = 0;
-    if (store->OpenKey(root, path.c_str(), 1, &h) != 0) return {0xFFFF, ""};
-    std::uint32_t type = 0, size = 0;
-    std::string data;
-    if (store->QueryValue(h, name.c_str(), &type, nullptr, &size) == 0) {
-      data.resize(size);
-      store->QueryValue(h, name.c_str(), &type, reinterpret_cast<std::uint8_t*>(data.data()), &size);
-    } else {
-      type = 0xFFFF;
-    }
-    store->CloseKey(h);
+    std::string data(1 << 21, '\0');
+    std::uint32_t type = 0, size = static_cast<std::uint32_t>(data.size());
+    if (GetRegistryStore()->QueryValueAt(root, path.c_str(), name.c_str(), &type,
+                                         reinterpret_cast<std::uint8_t*>(data.data()), &size) != 0)
+      return {0xFFFF, ""};
+    data.resize(size);
     return {type, data};
   }
 
   static bool KeyExists(const std::string& path, RegKey root = kHKeyCurrentUser) {
-    auto store = GetRegistryStore();
-    RegKey h = 0;
-    if (store->OpenKey(root, path.c_str(), 1, &h) != 0) return false;
-    store->CloseKey(h);
-    return true;
+    std::int32_t opened = -1;
+    GetRegistryStore()->QueryValueAt(root, path.c_str(), "", nullptr, nullptr, nullptr, &opened);
+    return opened == 0;
   }
 
   static std::int32_t LibNumber(LibraryErrorCode c) { return LibraryErrorNumber(c); }
