@@ -11,7 +11,11 @@ namespace {
 
 using storage_string::FindBackward;
 using storage_string::FindForward;
+using storage_string::FindManyForward;
 using storage_string::kNotFound;
+
+// Matches found per call of the batch scanner.
+constexpr std::size_t kBatch = 512;
 
 // The text a search runs over: the original itself when the comparison is
 // exact, else an upper-cased copy made once for the whole call.
@@ -56,9 +60,11 @@ SafeArray KivStorageString::LookFor(const Variant& vText, bool bCaseSensitive, b
       if (!bCaseSensitive) text = ToUpper(text);
       if (text.empty()) continue;
       positions.clear();
-      for (std::size_t p = FindForward(hay.view(), text, start - 1); p != kNotFound;
-           p = FindForward(hay.view(), text, p + text.size()))
-        positions.push_back(static_cast<std::int32_t>(p + 1));
+      std::size_t batch[kBatch];
+      for (std::size_t from = start - 1; from != kNotFound;) {
+        const std::size_t found = FindManyForward(hay.view(), text, from, batch, kBatch, &from);
+        for (std::size_t b = 0; b < found; ++b) positions.push_back(static_cast<std::int32_t>(batch[b] + 1));
+      }
       if (!positions.empty()) records.emplace_back(MakeLookForResult(std::move(text), positions));
     }
     return SafeArray::Of(VarType::kRecord, std::move(records), 0);
@@ -152,20 +158,25 @@ std::int32_t KivStorageString::Replace(const String& sSearchFor, const String& s
       char16_t* d = buffer.data();
       std::size_t read = 0;
       std::size_t write = 0;
-      const std::size_t start = whole_text ? 1 : static_cast<std::size_t>(get_Cursor());
-      for (std::size_t at = FindForward(hay.view(), needle, start - 1); at != kNotFound;
-           at = bReplaceAll ? FindForward(hay.view(), needle, at + m) : kNotFound) {
-        if (r < m) {
-          Traits::move(d + write, d + read, at - read);
-          write += at - read;
-        } else {
-          write = at;
+      std::size_t batch[kBatch];
+      std::size_t from = (whole_text ? 1 : static_cast<std::size_t>(get_Cursor())) - 1;
+      while (from != kNotFound) {
+        const std::size_t found = FindManyForward(hay.view(), needle, from, batch, bReplaceAll ? kBatch : 1, &from);
+        for (std::size_t b = 0; b < found; ++b) {
+          const std::size_t at = batch[b];
+          if (r < m) {
+            Traits::move(d + write, d + read, at - read);
+            write += at - read;
+          } else {
+            write = at;
+          }
+          Traits::copy(d + write, replacement.data(), r);
+          write += r;
+          read = at + m;
+          after_target = write + 1;
+          ++k;
         }
-        Traits::copy(d + write, replacement.data(), r);
-        write += r;
-        read = at + m;
-        after_target = write + 1;
-        ++k;
+        if (!bReplaceAll) break;
       }
       if (k == 0) return std::int32_t{0};
       if (r < m) {
@@ -189,10 +200,14 @@ std::int32_t KivStorageString::Replace(const String& sSearchFor, const String& s
         }
         std::reverse(matches.begin(), matches.end());
       } else {
-        const std::size_t start = whole_text ? 1 : static_cast<std::size_t>(get_Cursor());
-        for (std::size_t at = FindForward(hay.view(), needle, start - 1); at != kNotFound;
-             at = bReplaceAll ? FindForward(hay.view(), needle, at + m) : kNotFound)
-          matches.push_back(at);
+        std::size_t batch[kBatch];
+        std::size_t from = (whole_text ? 1 : static_cast<std::size_t>(get_Cursor())) - 1;
+        while (from != kNotFound) {
+          const std::size_t found =
+              FindManyForward(hay.view(), needle, from, batch, bReplaceAll ? kBatch : 1, &from);
+          matches.insert(matches.end(), batch, batch + found);
+          if (!bReplaceAll) break;
+        }
       }
       if (matches.empty()) return std::int32_t{0};
       k = matches.size();

@@ -75,6 +75,65 @@ __attribute__((target("avx2"))) std::size_t ForwardAvx2(const char16_t* h, std::
   return kNotFound;
 }
 
+// The batch scan of FindManyForward with 256-bit compares.
+__attribute__((target("avx2"))) std::size_t ManyAvx2(const char16_t* h, std::size_t i, std::size_t last_start,
+                                                    std::u16string_view needle, std::size_t* out,
+                                                    std::size_t capacity, std::size_t* resume) {
+  const std::size_t m = needle.size();
+  const __m256i vf = _mm256_set1_epi16(static_cast<short>(needle.front()));
+  const __m256i vl = _mm256_set1_epi16(static_cast<short>(needle.back()));
+  std::size_t count = 0;
+  while (i <= last_start && last_start - i >= 31) {
+    const __m256i a0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + i));
+    const __m256i a1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + i + 16));
+    __m256i e0 = _mm256_cmpeq_epi16(a0, vf);
+    __m256i e1 = _mm256_cmpeq_epi16(a1, vf);
+    if (m > 1) {
+      const __m256i b0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + i + m - 1));
+      const __m256i b1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + i + m - 1 + 16));
+      e0 = _mm256_and_si256(e0, _mm256_cmpeq_epi16(b0, vl));
+      e1 = _mm256_and_si256(e1, _mm256_cmpeq_epi16(b1, vl));
+    }
+    std::uint64_t mask = static_cast<std::uint32_t>(_mm256_movemask_epi8(e0)) |
+                         (static_cast<std::uint64_t>(static_cast<std::uint32_t>(_mm256_movemask_epi8(e1))) << 32);
+    std::size_t next_block = i + 32;
+    while (mask != 0) {
+      const std::size_t j = i + static_cast<std::size_t>(__builtin_ctzll(mask)) / 2;
+      if (!MiddleMatches(h + j, needle)) {
+        mask &= mask - 1;
+        mask &= mask - 1;
+        continue;
+      }
+      out[count++] = j;
+      const std::size_t next = j + m;  // matches do not overlap
+      if (count == capacity) {
+        *resume = next;
+        return count;
+      }
+      if (next >= i + 32) {
+        next_block = next;
+        break;
+      }
+      mask &= ~std::uint64_t{0} << ((next - i) * 2);
+    }
+    i = next_block;
+  }
+  while (i <= last_start) {
+    if (!MatchesAt(h + i, needle)) {
+      ++i;
+      continue;
+    }
+    out[count++] = i;
+    i += m;
+    if (count == capacity) {
+      *resume = i;
+      return count;
+    }
+  }
+  *resume = kNotFound;
+  return count;
+}
+
 const bool kHasAvx2 = __builtin_cpu_supports("avx2");
 #endif
 
@@ -108,6 +167,26 @@ std::size_t FindForward(std::u16string_view hay, std::u16string_view needle, std
   for (; i <= last_start; ++i)
     if (MatchesAt(h + i, needle)) return i;
   return kNotFound;
+}
+
+std::size_t FindManyForward(std::u16string_view hay, std::u16string_view needle, std::size_t from,
+                            std::size_t* out, std::size_t capacity, std::size_t* resume) {
+  const std::size_t n = hay.size();
+  const std::size_t m = needle.size();
+  *resume = kNotFound;
+  if (m == 0 || capacity == 0 || from >= n || m > n - from) return 0;
+#if defined(TARVO2_HAVE_AVX2_PATH)
+  if (kHasAvx2) return ManyAvx2(hay.data(), from, n - m, needle, out, capacity, resume);
+#endif
+  std::size_t count = 0;
+  for (std::size_t p = FindForward(hay, needle, from); p != kNotFound; p = FindForward(hay, needle, p + m)) {
+    out[count++] = p;
+    if (count == capacity) {
+      *resume = p + m;
+      break;
+    }
+  }
+  return count;
 }
 
 std::size_t FindBackward(std::u16string_view hay, std::u16string_view needle, std::size_t max_start) {

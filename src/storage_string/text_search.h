@@ -19,6 +19,15 @@ inline constexpr std::size_t kNotFound = static_cast<std::size_t>(-1);
 // `from`, or kNotFound. An empty needle occurs at `from` when from <= size.
 std::size_t FindForward(std::u16string_view hay, std::u16string_view needle, std::size_t from);
 
+// Finds up to `capacity` (>= 1) non-overlapping occurrences of the
+// non-empty `needle` in `hay`, the first at or after `from`, each next one
+// after the end of the one before. Stores their starts in `out` and returns
+// how many it found; *resume is where the search goes on (kNotFound once the
+// text is exhausted). One call scans many matches without leaving the
+// vector loop, which matters when matches are dense.
+std::size_t FindManyForward(std::u16string_view hay, std::u16string_view needle, std::size_t from,
+                            std::size_t* out, std::size_t capacity, std::size_t* resume);
+
 // The 0-based start of the last occurrence of `needle` in `hay` that starts
 // at or before `max_start` (clamped to the last possible start), or
 // kNotFound. An empty needle is never found.

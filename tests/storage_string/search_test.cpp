@@ -35,7 +35,7 @@ std::string Summary(const SafeArray& results) {
 TEST(StorageStringSearch, ScannersAgreeWithAPlainSearch) {
   std::mt19937 rng(7);
   for (int round = 0; round < 3000; ++round) {
-    const int n = rng() % 80;
+    const int n = rng() % 200;
     String hay, needle;
     for (int i = 0; i < n; ++i) hay += char16_t(u'a' + rng() % 3);
     for (int i = 0, m = 1 + rng() % 4; i < m; ++i) needle += char16_t(u'a' + rng() % 3);
@@ -44,6 +44,15 @@ TEST(StorageStringSearch, ScannersAgreeWithAPlainSearch) {
     EXPECT_EQ(storage_string::FindForward(hay, needle, from), expect_fwd) << ToUtf8(hay) << " " << ToUtf8(needle);
     EXPECT_EQ(storage_string::FindBackward(hay, needle, from), hay.rfind(needle, from))
         << ToUtf8(hay) << " " << ToUtf8(needle);
+    std::size_t batch[3], resume = from, got = 0;  // non-overlapping, resumed in batches of 3
+    std::vector<std::size_t> all, expect_all;
+    while (resume != storage_string::kNotFound) {
+      got = storage_string::FindManyForward(hay, needle, resume, batch, 3, &resume);
+      all.insert(all.end(), batch, batch + got);
+    }
+    for (std::size_t p = expect_fwd; p != String::npos; p = hay.find(needle, p + needle.size()))
+      expect_all.push_back(p);
+    EXPECT_EQ(all, expect_all) << ToUtf8(hay) << " " << ToUtf8(needle);
   }
 }
 
