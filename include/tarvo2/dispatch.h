@@ -97,20 +97,25 @@ struct ParamSpec {
   bool optional = false;
   std::optional<Variant> default_value;
   std::optional<VarType> type;  // overrides the type derived from C++
+  bool in_out = false;          // passed by reference though C++ takes a value
 
   // Declares the parameter's automation type where the C++ type does not
   // say it (an object passed by reference is a Variant& in C++).
   ParamSpec Typed(VarType t) && { type = t; return std::move(*this); }
+  // Declares the parameter as passed by reference where the member only
+  // reads it, so C++ takes it by value: clients see a by-reference
+  // parameter, and the caller's variable is never changed.
+  ParamSpec InOut() && { in_out = true; return std::move(*this); }
 };
 // A required parameter.
-inline ParamSpec P(String name) { return ParamSpec{std::move(name), false, std::nullopt, std::nullopt}; }
+inline ParamSpec P(String name) { return ParamSpec{std::move(name), false, std::nullopt, std::nullopt, false}; }
 // An optional parameter with a default value.
 inline ParamSpec P(String name, Variant default_value) {
-  return ParamSpec{std::move(name), true, std::move(default_value), std::nullopt};
+  return ParamSpec{std::move(name), true, std::move(default_value), std::nullopt, false};
 }
 // An optional parameter without a default: omitted, it receives the
 // missing-argument marker.
-inline ParamSpec Opt(String name) { return ParamSpec{std::move(name), true, std::nullopt, std::nullopt}; }
+inline ParamSpec Opt(String name) { return ParamSpec{std::move(name), true, std::nullopt, std::nullopt, false}; }
 
 // Invokes a member on `self` with its bound arguments: one slot per
 // parameter, already filled with defaults or the missing marker.
@@ -364,7 +369,7 @@ ParamInfo MakeParam(const ParamSpec& spec) {
   ParamInfo p;
   p.name = spec.name;
   p.type = spec.type ? *spec.type : ArgT<A>::kType;
-  p.by_ref = ArgT<A>::kByRef;
+  p.by_ref = ArgT<A>::kByRef || spec.in_out;
   p.optional = spec.optional;
   p.default_value = spec.default_value;
   return p;

@@ -88,7 +88,7 @@ const TypeInfo& KivStorageString::Info() {
           .Method(u"GetAndConcatenate", &S::GetAndConcatenate, u"Reads several fields and joins their values",
                   {P(u"vFields"), P(u"sSeparator", u"")})
           .Method(u"Toggle", &S::Toggle, u"Advances a field, or the page, to the next value of a cycle",
-                  {P(u"sFieldName", u""), P(u"sToggle", u""), P(u"sDelimiter", u"\t"), P(u"bCaseSensitive", true)})
+                  {P(u"sFieldName", u""), P(u"sToggle", u""), P(u"sDelimiter", u"\t"), P(u"bCaseSensitive", true).InOut()})
           // Pages and encryption.
           .Get(u"Page", &S::get_Page, u"The current page's number")
           .Let(u"Page", &S::put_Page, u"Selects the current page by number or name", {P(u"vNameOrNumber")})
@@ -101,7 +101,7 @@ const TypeInfo& KivStorageString::Info() {
                {P(u"sNewValue")})
           .Let(u"Encrypted", &S::put_Encrypted, u"Enciphers (True) or deciphers (False) the current page",
                {P(u"bEncrypt")})
-          .Method(u"Clear", &S::Clear, u"Empties the current page, or all pages", {P(u"bAll", false)})
+          .Method(u"Clear", &S::Clear, u"Empties the current page, or all pages", {P(u"bAll", false).InOut()})
           .Method(u"AddPage", &S::AddPage, u"Appends a page",
                   {P(u"sPageName", u""), P(u"bMakeCurrentPage", true)})
           .Method(u"DeletePage", &S::DeletePage, u"Deletes the current page, or all pages", {P(u"bAll", false)})
@@ -139,7 +139,7 @@ const TypeInfo& KivStorageString::Info() {
                    P(u"bCaseSensitive", true), P(u"bReplaceAll", false), P(u"bUseLastExtraction", false),
                    P(u"eSearchDirection", static_cast<std::int32_t>(tarvo_SearchDown))})
           // Files and the default property.
-          .Method(u"Load", &S::Load, u"Loads the current page from a file", {P(u"sFileName"), P(u"bAppend", false)})
+          .Method(u"Load", &S::Load, u"Loads the current page from a file", {P(u"sFileName"), P(u"bAppend", false).InOut()})
           .Method(u"Save", &S::Save, u"Saves the current page to a file", {P(u"sFileName"), P(u"bAppend", false)})
           .Let(u"Value", &S::put_Value, u"The whole text of the current page", {P(u"vNewValue")})
           .Method(u"Version", &S::Version, u"Returns the internal version number given to the object",

@@ -23,6 +23,8 @@ class Sample : public Object {
             .Get(u"Child", &Sample::get_Child, u"The child object")
             .Set(u"Child", &Sample::putref_Child, u"The child object")
             .Method(u"Twice", [](Sample&, std::int32_t n) { return n * 2; }, u"Doubles", {P(u"n")})
+            .Method(u"Peek", [](Sample&, bool b) { return !b; }, u"Reads a by-reference flag",
+                    {P(u"bFlag", true).InOut()})
             .Build();
     return info;
   }
@@ -59,6 +61,12 @@ TEST(Dispatch, ByReferenceArgumentsAreWrittenBack) {
   Variant m(1);
   Call(s, u"Bump", {Arg(m)});  // by value: the caller's copy stays
   EXPECT_EQ(m, Variant(1));
+  // A parameter that is by reference but only read converts a copy.
+  Variant flag(u"False");
+  EXPECT_EQ(Call(s, u"Peek", {ByRef(flag)}), Variant(true));
+  EXPECT_EQ(flag, Variant(u"False"));
+  EXPECT_EQ(Call(s, u"Peek"), Variant(false));
+  EXPECT_TRUE(Sample::Info().FindByName(u"Peek", InvokeKind::kMethod)->params[0].by_ref);
 }
 
 TEST(Dispatch, PropertiesAndTheDefaultMember) {

@@ -101,7 +101,7 @@ TEST(StorageStringText, ExtractsBetweenTwoPoints) {
     std::int32_t cursor;
     String result;             // expected text
     std::int32_t new_cursor;   // 0: cursor and LastExtraction unchanged
-    LibraryErrorCode error;    // ErrParameterOutOfBounds or 0
+    LibraryErrorCode error = static_cast<LibraryErrorCode>(0);  // ErrParameterOutOfBounds or 0
   } rows[] = {
       {u"abcdef", 2, 4, false, 5, u"bcd", 2},
       {u"abcdef", 0, 4, false, 5, u"", 0},
