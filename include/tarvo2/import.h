@@ -40,8 +40,26 @@ namespace tarvo2 {
 bool IsImportSource(const Variant& v);
 
 // Imports `source` into `target` (both store objects of this library; the
-// target must be held by a Ref). Never raises.
+// target must be held by a Ref). A common-interface view of a store is
+// taken as the store. Never raises.
 void ImportStore(Object& target, const Ref<Object>& source) noexcept;
+
+// What a store's Value (write) does with a store object. The hook installed
+// from the start is ImportStore; SetImportHook replaces it process-wide (to
+// observe imports in a test, say), and SetImportHook(nullptr) turns imports
+// off, so that assigning a store object changes nothing. An error leaving a
+// hook passes through the caller's standard handler. Reading and replacing
+// the hook are atomic; change it only while no store is in use.
+using ImportHook = void (*)(Object& target, const Ref<Object>& source);
+void SetImportHook(ImportHook hook);
+ImportHook GetImportHook();
+
+// The import step of every store's Value (write): when `value` is a store
+// object (IsImportSource), runs the import hook with `target` and the
+// store (a common-interface view is taken as its store), keeping `target`
+// alive meanwhile, and returns true; for any other
+// value does nothing and returns false.
+bool ImportIfStore(Object& target, const Variant& value);
 
 }  // namespace tarvo2
 

@@ -58,25 +58,6 @@ namespace tarvo2 {
 
 class KivINIFileHandler : public Object {
  public:
-  // The import of store objects assigned to Value. When a client writes an
-  // object whose class name is exactly "KivStorageString", "KivRegistryKey"
-  // or "KivINIFileHandler" to Value, the object calls the import hook with
-  // itself as `target` and that object as `source` (asked first for its
-  // own class name, so a TarvoStdInterface view of a store arrives as the
-  // store itself). The hook installed from the start is tarvo2::ImportStore
-  // (tarvo2/import.h), the library's importers, which copy the source's
-  // sections, pages or keys into sections of this file and never raise.
-  // SetImportHook replaces it process-wide (to observe imports in a test,
-  // say); an error leaving a hook passes through the standard handler of
-  // Value (Let), label "Import (Let)". With SetImportHook(nullptr) no hook
-  // is installed, and assigning a store object to Value changes nothing:
-  // no field is written and nothing is remembered. Reading and installing
-  // the hook are atomic, but it should be changed only while no object is
-  // in use.
-  using ImportHook = void (*)(Object& target, const Ref<Object>& source);
-  static void SetImportHook(ImportHook hook);
-  static ImportHook GetImportHook();
-
   // A new object: Path unset and empty, Section "DEFAULT", Value Empty,
   // no field name or delimiter remembered, and HostFolder() taken from the
   // host executable (GetHostModulePath()). Label "Class_Initialize".

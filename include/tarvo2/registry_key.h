@@ -86,23 +86,6 @@ class SubKeysCollection;
 
 class KivRegistryKey : public Object {
  public:
-  // The import of store objects assigned to Value. When a client writes an
-  // object whose class name is "KivStorageString", "KivRegistryKey" or
-  // "KivINIFileHandler" (compared exactly) to Value, the key calls the
-  // import hook with itself as `target` and the object as `source` (asked
-  // for its own class interface first, so a TarvoStdInterface view of a
-  // store arrives as the store). The hook installed from the start is
-  // tarvo2::ImportStore (import.h), the library's importers, which copy the
-  // content through the public members of both objects and never raise. An
-  // error leaving another hook passes through the standard handler of Value
-  // (Let), label "KivRegistryKey.Import (Let)". SetImportHook replaces the
-  // hook process-wide (to observe imports in a test, say); with
-  // SetImportHook(nullptr) such an assignment changes nothing and raises
-  // nothing. Not synchronised: change it before objects are used.
-  using ImportHook = void (*)(Object& target, const Ref<Object>& source);
-  static void SetImportHook(ImportHook hook);
-  static ImportHook GetImportHook();
-
   // A new key object: HKEY_CURRENT_USER, no key name, ErrorState 0. Makes
   // no registry call.
   KivRegistryKey();

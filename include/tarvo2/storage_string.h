@@ -83,25 +83,6 @@ Record MakeLookForResult(String text, const std::vector<std::int32_t>& positions
 
 class KivStorageString : public Object {
  public:
-  // The import of store objects assigned to Value. When a client writes an
-  // object whose class name is "KivStorageString", "KivRegistryKey" or
-  // "KivINIFileHandler" (compared exactly) to Value, the store calls the
-  // import hook with itself as `target` and the object as `source` (already
-  // asked for its own default interface, so a TarvoStdInterface view of a
-  // store arrives as the store). The hook copies the content through the
-  // public members of both objects; it runs after the protection check and
-  // before the push to a bound object, and an error leaving it passes
-  // through the standard handler of Value (Let).
-  // The hook installed at start-up is tarvo2::ImportStore (import.h), the
-  // library's importers. SetImportHook replaces it process-wide (for
-  // instance to observe imports in a test); SetImportHook(nullptr) removes
-  // it, after which assigning a store object to Value changes nothing (the
-  // page is still pushed to a bound object). Not synchronised: change it
-  // only while no store is in use.
-  using ImportHook = void (*)(Object& target, const Ref<Object>& source);
-  static void SetImportHook(ImportHook hook);
-  static ImportHook GetImportHook();
-
   // A new store: one empty, unnamed page, MultiPage on, not bound, not
   // protected, cursor 0 (read as 1), the tags "<\", "/>", "={", "};",
   // ToggleValues "A" tab "B" tab ... "Z", ToggleDelimiter tab.

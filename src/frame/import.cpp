@@ -1,5 +1,7 @@
 #include "tarvo2/import.h"
 
+#include <atomic>
+
 #include "tarvo2/codec.h"
 #include "tarvo2/convert.h"
 #include "tarvo2/dispatch.h"
@@ -266,6 +268,21 @@ constexpr Route kRoutes[] = {
 };
 
 }  // namespace
+
+std::atomic<ImportHook> g_import_hook{&ImportStore};
+
+void SetImportHook(ImportHook hook) { g_import_hook.store(hook); }
+ImportHook GetImportHook() { return g_import_hook.load(); }
+
+bool ImportIfStore(Object& target, const Variant& value) {
+  if (!IsImportSource(value)) return false;
+  Ref<Object> keep(&target);  // the import may drop the caller's other references
+  // A view of a store under another interface goes to the hook as the store.
+  const Ref<Object>& object = value.AsObject();
+  Ref<Object> source = object->QueryInterface(object->ClassName());
+  if (ImportHook hook = GetImportHook()) hook(target, source ? source : object);
+  return true;
+}
 
 bool IsImportSource(const Variant& v) {
   if (!v.IsObject() || !v.AsObject()) return false;

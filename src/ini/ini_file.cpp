@@ -21,7 +21,6 @@ constexpr char16_t kDefaultSection[] = u"DEFAULT";
 constexpr char16_t kMarkerPrefix[] = u"KivDefaultReturn_";
 constexpr char16_t kTab[] = u"\t";
 
-std::atomic<KivINIFileHandler::ImportHook> import_hook{&ImportStore};
 
 // The folder of the host executable, with its trailing '/'.
 String HostFolderOf(const std::string& module_path) {
@@ -46,9 +45,6 @@ void SplitFolder(const String& path, String* folder, String* file) {
 
 }  // namespace
 
-void KivINIFileHandler::SetImportHook(ImportHook hook) { import_hook.store(hook); }
-
-KivINIFileHandler::ImportHook KivINIFileHandler::GetImportHook() { return import_hook.load(); }
 
 KivINIFileHandler::KivINIFileHandler() {
   Guard(u"KivINIFileHandler.Class_Initialize", [&] {
@@ -133,14 +129,7 @@ Variant KivINIFileHandler::get_Value() {
 
 void KivINIFileHandler::put_Value(const Variant& vValue) {
   Guard(u"KivINIFileHandler.Import (Let)", [&] {
-    if (IsImportSource(vValue)) {
-      const Ref<Object>& object = vValue.AsObject();
-      // A view of a store under another interface arrives as the store.
-      Ref<Object> source = object->QueryInterface(object->ClassName());
-      if (!source) source = object;
-      if (ImportHook hook = GetImportHook()) hook(*this, source);
-      return;
-    }
+    if (ImportIfStore(*this, vValue)) return;
     SetValue(last_field_name_, vValue, last_delimiter_);
   });
 }

@@ -21,7 +21,6 @@ using registry_internal::ToStoreName;
 namespace {
 
 std::atomic<std::int64_t> g_live_keys{0};
-KivRegistryKey::ImportHook g_import_hook = &ImportStore;
 
 // The separators that may follow a root name in a path text, in the order
 // they are tried.
@@ -84,8 +83,6 @@ String RootKeyName(RegRootKeyEnum root) {
   return String();
 }
 
-void KivRegistryKey::SetImportHook(ImportHook hook) { g_import_hook = hook; }
-KivRegistryKey::ImportHook KivRegistryKey::GetImportHook() { return g_import_hook; }
 
 KivRegistryKey::KivRegistryKey() { g_live_keys.fetch_add(1, std::memory_order_relaxed); }
 
@@ -194,16 +191,7 @@ Variant KivRegistryKey::get_Value() {
 void KivRegistryKey::put_Value(const Variant& vNewValue) {
   Guard(u"KivRegistryKey.Import (Let)", [&] {
     if (!CheckState()) return;
-    if (vNewValue.IsObject() && vNewValue.AsObject()) {
-      String type = TypeName(vNewValue);
-      if (type == u"KivStorageString" || type == u"KivRegistryKey" || type == u"KivINIFileHandler") {
-        Ref<Object> source = vNewValue.AsObject()->QueryInterface(type);
-        if (!source) source = vNewValue.AsObject();
-        Ref<KivRegistryKey> keep(this);
-        if (ImportHook hook = g_import_hook) hook(*this, source);
-        return;
-      }
-    }
+    if (ImportIfStore(*this, vNewValue)) return;
     String name = last_value_name_;
     String delimiter = last_delimiter_;
     SetValue(name, vNewValue, delimiter);

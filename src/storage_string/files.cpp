@@ -3,16 +3,12 @@
 #include "tarvo2/codec.h"
 #include "tarvo2/codepage.h"
 #include "tarvo2/file_system.h"
+#include "tarvo2/import.h"
 #include "tarvo2/library_errors.h"
 #include "tarvo2/storage_string.h"
 
 namespace tarvo2 {
 namespace {
-
-// The classes whose objects Value (Let) imports instead of storing as text.
-bool IsStoreClass(StringView name) {
-  return name == u"KivStorageString" || name == u"KivRegistryKey" || name == u"KivINIFileHandler";
-}
 
 void RaiseFileError(const FileStatus& status) {
   if (!status.ok()) RaiseRuntimeError(status.error_number());
@@ -23,18 +19,9 @@ void RaiseFileError(const FileStatus& status) {
 void KivStorageString::put_Value(const Variant& v) {
   Guard(u"KivStorageString.Value (Let)", [&] {
     if (protect_) RaiseLibraryError(ErrDirectStringAccess);
-    if (v.IsObject() && v.AsObject()) {
-      const String class_name = v.AsObject()->ClassName();
-      if (IsStoreClass(class_name)) {
-        if (ImportHook hook = GetImportHook()) {
-          Ref<Object> source = v.AsObject()->QueryInterface(class_name);
-          if (!source) source = v.AsObject();
-          Ref<KivStorageString> keep(this);  // the import may drop other references
-          hook(*this, source);
-        }
-        UpdateBoundObject();
-        return;
-      }
+    if (ImportIfStore(*this, v)) {
+      UpdateBoundObject();
+      return;
     }
     String text = ToString(v);
     CurrentText() = std::move(text);

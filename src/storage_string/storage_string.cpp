@@ -13,7 +13,6 @@ namespace {
 using storage_string::FindForward;
 using storage_string::kNotFound;
 
-KivStorageString::ImportHook g_import_hook = &ImportStore;
 
 // The four tag texts that are never allowed inside a name, value or
 // delimiter, whatever the tags currently are.
@@ -31,8 +30,6 @@ Record MakeLookForResult(String text, const std::vector<std::int32_t>& positions
                                       {u"Positions", Variant(std::move(list))}});
 }
 
-void KivStorageString::SetImportHook(ImportHook hook) { g_import_hook = hook; }
-KivStorageString::ImportHook KivStorageString::GetImportHook() { return g_import_hook; }
 
 KivStorageString::KivStorageString() {
   Guard(u"KivStorageString.Class_Initialize", [&] {

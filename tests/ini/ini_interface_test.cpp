@@ -32,7 +32,7 @@ class IniInterfaceTest : public ::testing::Test {
       ASSERT_TRUE(fs_->CreateDir(dir).ok());
   }
   void TearDown() override {
-    KivINIFileHandler::SetImportHook(&ImportStore);
+    SetImportHook(&ImportStore);
     SetHostModulePath("");
     SetMessageBoxService(nullptr);
     SetFileSystem(nullptr);
@@ -120,15 +120,15 @@ TEST_F(IniInterfaceTest, StoreObjectsGoToTheImportHook) {
   other->put_Section(u"T");
   other->SetValue(u"n", 1);
   auto registry = MakeRef<DynamicObject>(u"KivRegistryKey");
-  KivINIFileHandler::SetImportHook(nullptr);  // no hook: nothing happens
+  SetImportHook(nullptr);  // no hook: nothing happens
   ini->put_Value(Variant(other->StdInterface()));
   EXPECT_EQ(ini->GetSectionNames(), SafeArray::OfStrings({u"DEFAULT"}));
-  KivINIFileHandler::SetImportHook(&ImportStore);  // the library's importers
+  SetImportHook(&ImportStore);  // the library's importers
   ini->put_Value(Variant(other));
   EXPECT_EQ(ini->GetSectionNames(), SafeArray::OfStrings({u"DEFAULT", u"T"}));
   EXPECT_EQ(ini->get_Section(), u"T");
 
-  KivINIFileHandler::SetImportHook(&RecordImport);
+  SetImportHook(&RecordImport);
   LetProperty(Variant(ini), u"Value", Variant(other->StdInterface()));
   EXPECT_EQ(g_target, ini.get());
   EXPECT_EQ(g_source.get(), other.get());

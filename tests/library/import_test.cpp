@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <sstream>
 
 #include "tarvo2/tarvo2.h"
 #include "test_util.h"
@@ -135,7 +136,9 @@ class ImportTest : public ::testing::Test {
   std::shared_ptr<FileSystem> fs_;
 };
 
-void PrintTo(const Units& units, std::ostream* os) {
+std::string Describe(const Units& units) {
+  std::ostringstream out;
+  std::ostream* os = &out;
   for (const auto& [name, fields] : units) {
     *os << "\n  [" << ToUtf8(name) << "]";
     for (const auto& [f, v] : fields) {
@@ -143,6 +146,7 @@ void PrintTo(const Units& units, std::ostream* os) {
       tarvo2::PrintTo(v, os);
     }
   }
+  return out.str();
 }
 
 // What each target holds after importing a source with units Alpha and
@@ -174,7 +178,8 @@ TEST_F(ImportTest, EveryPairCopiesWhatTheTableSays) {
         LetProperty(dst, u"Value", src);
         Units expected = Expected(from, to);
         if (from == Kind::kRegistryKey && to != Kind::kRegistryKey) expected[0].first = u"Alpha" + tag;
-        EXPECT_EQ(Dump(to, dst), expected);
+        Units got = Dump(to, dst);
+        EXPECT_TRUE(got == expected) << "got:" << Describe(got) << "\nwant:" << Describe(expected);
       }
   }
 }

@@ -20,7 +20,7 @@ struct RecordingBox : MessageBoxService {
 class KeyStdInterfaceTest : public RegistryTest {
  protected:
   void TearDown() override {
-    KivRegistryKey::SetImportHook(&ImportStore);
+    SetImportHook(&ImportStore);
     SetMessageBoxService(nullptr);
     RegistryTest::TearDown();
   }
@@ -74,15 +74,15 @@ TEST_F(KeyStdInterfaceTest, StoreObjectsAssignedToValueGoToTheImportHook) {
   auto source = Key(u"Software\\Source");
   source->SetValue(u"x", Variant(1));
   source->SetValue(u"y", SafeArray::OfStrings({u"a", u"b"}));
-  KivRegistryKey::SetImportHook(nullptr);
+  SetImportHook(nullptr);
   key->put_Value(Variant(source));  // no hook: nothing happens
   EXPECT_EQ(key->GetValueNames().Count(), 0u);
-  KivRegistryKey::SetImportHook(&ImportStore);  // the library's importers
+  SetImportHook(&ImportStore);  // the library's importers
   key->put_Value(Variant(source));
   EXPECT_EQ(key->GetValueNames(), SafeArray::OfStrings({u"x", u"y"}));
   EXPECT_EQ(Raw("Software\\Import", "y").second, std::string("a\tb\0", 4));
 
-  KivRegistryKey::SetImportHook([](Object& target, const Ref<Object>& src) {
+  SetImportHook([](Object& target, const Ref<Object>& src) {
     g_target = &target;
     g_source = src;
   });
@@ -91,7 +91,7 @@ TEST_F(KeyStdInterfaceTest, StoreObjectsAssignedToValueGoToTheImportHook) {
   EXPECT_EQ(g_source.get(), static_cast<Object*>(source.get()));
   g_source.reset();
 
-  KivRegistryKey::SetImportHook([](Object&, const Ref<Object>&) { RaiseRuntimeError(13); });
+  SetImportHook([](Object&, const Ref<Object>&) { RaiseRuntimeError(13); });
   EXPECT_ERROR(key->put_Value(Variant(source)), 13, u"Type mismatch",
                Chain({u"Tarvo2", u"KivRegistryKey.Import (Let)"}));
   auto other = MakeRef<DynamicObject>(u"kivregistrykey");  // class names compare exactly

@@ -7,6 +7,7 @@
 #include "platform_temp_dir.h"
 #include "ss_test_util.h"
 #include "tarvo2/codepage.h"
+#include "tarvo2/import.h"
 
 namespace tarvo2 {
 namespace {
@@ -206,20 +207,20 @@ TEST(StorageStringValue, WritesTextOrImportsStores) {
   EXPECT_EQ(ss->GetValue(u"b"), Variant(2));
   EXPECT_EQ(source->get_Page(), Variant(1));
 
-  const KivStorageString::ImportHook importers = KivStorageString::GetImportHook();
+  const ImportHook importers = GetImportHook();
   static Object* seen_target;
   static Object* seen_source;
-  KivStorageString::SetImportHook([](Object& t, const Ref<Object>& s) {
+  SetImportHook([](Object& t, const Ref<Object>& s) {
     seen_target = &t;
     seen_source = s.get();
   });
   ss->put_Value(source->StdInterface());
   EXPECT_EQ(seen_target, ss.get());
   EXPECT_EQ(seen_source, source.get());
-  KivStorageString::SetImportHook(nullptr);
+  SetImportHook(nullptr);
   ss->put_Value(source);
   EXPECT_EQ(ss->get_PageCount(), 2);  // nothing imported
-  KivStorageString::SetImportHook(importers);
+  SetImportHook(importers);
 }
 
 TEST(StorageStringStdInterface, SectionsArePagesAndVersionIsReported) {
