@@ -106,7 +106,7 @@ class KivINIFileHandler : public Object {
   // reading the file.
   Variant get_Value();
 
-  // A store object of this library (see ImportHook) is imported. Any other
+  // A store object of this library (import.h: ImportIfStore) is imported. Any other
   // value is written with SetValue(<field name of the latest SetValue or
   // GetValue>, vValue, <its delimiter>); before any SetValue or GetValue
   // that name is empty, so this raises ErrZeroLengthFieldName (source lines

@@ -132,7 +132,7 @@ class KivRegistryKey : public Object {
   // The value of the latest SetValue or GetValue (as given, or as decoded);
   // does not read the registry.
   Variant get_Value();
-  // A store object of this library is imported (see ImportHook). Any other
+  // A store object of this library is imported (import.h: ImportIfStore). Any other
   // value is written with SetValue(last value name, value, last delimiter);
   // before any SetValue or GetValue that name is "", which raises
   // ErrZeroLengthFieldName.

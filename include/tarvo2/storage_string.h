@@ -108,7 +108,7 @@ class KivStorageString : public Object {
   // Replaces the current page's text with `v` converted to text (a number or
   // Boolean as its text, Empty as "", an object of another class through its
   // default property), then pushes it to a bound object. A store object of
-  // this library is imported instead (see ImportHook). Errors:
+  // this library is imported instead (import.h: ImportIfStore). Errors:
   // ErrDirectStringAccess while Protect is on (switch off: the assignment
   // goes on); 94 for Null, 13 for an array, record or Error value, 91/438
   // for an object without a usable default property; the page is unchanged.
