@@ -365,22 +365,22 @@ Invoker MakeInvoker(F f) {
 }
 
 template <class A>
-ParamInfo MakeParam(const ParamSpec& spec) {
+ParamInfo MakeParam(const ParamSpec& decl) {
   ParamInfo p;
-  p.name = spec.name;
-  p.type = spec.type ? *spec.type : ArgT<A>::kType;
-  p.by_ref = ArgT<A>::kByRef || spec.in_out;
-  p.optional = spec.optional;
-  p.default_value = spec.default_value;
+  p.name = decl.name;
+  p.type = decl.type ? *decl.type : ArgT<A>::kType;
+  p.by_ref = ArgT<A>::kByRef || decl.in_out;
+  p.optional = decl.optional;
+  p.default_value = decl.default_value;
   return p;
 }
 
 template <class F, class... A>
-std::vector<ParamInfo> MakeParams(const std::vector<ParamSpec>& specs, std::tuple<A...>*) {
-  if (specs.size() != sizeof...(A)) throw std::logic_error("parameter table does not match the member");
+std::vector<ParamInfo> MakeParams(const std::vector<ParamSpec>& decls, std::tuple<A...>*) {
+  if (decls.size() != sizeof...(A)) throw std::logic_error("parameter table does not match the member");
   std::vector<ParamInfo> out;
   std::size_t i = 0;
-  (out.push_back(MakeParam<A>(specs[i++])), ...);
+  (out.push_back(MakeParam<A>(decls[i++])), ...);
   return out;
 }
 
