@@ -2,22 +2,11 @@
 #include <gtest/gtest.h>
 
 #include "tarvo2/tarvo2.h"
+#include "forms.h"
 #include "test_util.h"
 
 namespace tarvo2 {
 namespace {
-
-Variant Form(double top, double left, double width, double height, std::int32_t state,
-             const char16_t* name = u"frmMain") {
-  Ref<DynamicObject> f = MakeRef<DynamicObject>(u"Form");
-  f->Put(u"Top", top);
-  f->Put(u"Left", left);
-  f->Put(u"Width", width);
-  f->Put(u"Height", height);
-  f->Put(u"WindowState", state);
-  f->Put(u"Name", String(name));
-  return Variant(f);
-}
 
 class PlacementTest : public ::testing::TestWithParam<StorageTypeEnum> {
  protected:
