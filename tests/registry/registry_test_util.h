@@ -6,9 +6,9 @@
 
 #include <cstdint>
 #include <initializer_list>
-#include <map>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "tarvo2/library_errors.h"
 #include "tarvo2/registry_key.h"
@@ -17,37 +17,19 @@
 
 namespace tarvo2 {
 
-// A source chain from its lines.
-inline String Chain(std::initializer_list<const char16_t*> lines) {
-  String s;
-  for (const char16_t* l : lines) {
-    if (!s.empty()) s += u"\r\n";
-    s += l;
-  }
+// A source chain: "Tarvo2" and then the given labels.
+inline String Chain(std::initializer_list<const char16_t*> labels) {
+  String s = u"Tarvo2";
+  for (const char16_t* l : labels) s += String(u"\r\n") + l;
   return s;
 }
 
-// Counts the handles that are open at any moment.
-class CountingStore : public RegistryStoreWrapper {
- public:
-  using RegistryStoreWrapper::RegistryStoreWrapper;
-  int open = 0;
-  std::int32_t CreateKey(RegKey p, const char* s, std::uint32_t a, RegKey* r, std::uint32_t* d) override {
-    return Count(RegistryStoreWrapper::CreateKey(p, s, a, r, d));
-  }
-  std::int32_t OpenKey(RegKey p, const char* s, std::uint32_t a, RegKey* r) override {
-    return Count(RegistryStoreWrapper::OpenKey(p, s, a, r));
-  }
-  std::int32_t CloseKey(RegKey k) override {
-    open -= (k != 0 && k < kHKeyClassesRoot);
-    return RegistryStoreWrapper::CloseKey(k);
-  }
+// `stmt` raises ErrObjectInvalidated with CheckState under the given labels.
+#define EXPECT_INVALIDATED(stmt, ...)                                                                        \
+  EXPECT_ERROR(stmt, LibraryErrorNumber(ErrObjectInvalidated), u"Object has been invalidated",            \
+               Chain({u"KivRegistryKey.CheckState", __VA_ARGS__}))
 
- private:
-  std::int32_t Count(std::int32_t rc) { return open += rc == 0, rc; }
-};
-
-// A fresh in-memory store for every test, the raise switch on, and no
+// A fresh in-memory store for every test, the raise switch on, and no key
 // object left alive at the end.
 class RegistryTest : public ::testing::Test {
  protected:
@@ -69,7 +51,20 @@ class RegistryTest : public ::testing::Test {
     k->put_KeyName(path);
     return k;
   }
-
+  // Creates keys straight in the store, past any key object.
+  static void MakeKeys(std::initializer_list<const char*> paths) {
+    for (const char* p : paths) {
+      RegKey h = 0;
+      ASSERT_EQ(GetRegistryStore()->CreateKey(kHKeyCurrentUser, p, 0x3F, &h, nullptr), 0);
+      GetRegistryStore()->CloseKey(h);
+    }
+  }
+  // Puts a fault-injecting wrapper in front of the current store.
+  static std::shared_ptr<FaultInjectingRegistryStore> InstallFaults() {
+    auto faults = std::make_shared<FaultInjectingRegistryStore>(GetRegistryStore());
+    SetRegistryStore(faults);
+    return faults;
+  }
   // The raw value as the store holds it, or {0xFFFF, ""} when missing.
   static std::pair<std::uint32_t, std::string> Raw(const std::string& path, const std::string& name,
                                                    RegKey root = kHKeyCurrentUser) {
@@ -81,14 +76,12 @@ class RegistryTest : public ::testing::Test {
     data.resize(size);
     return {type, data};
   }
-
   static bool KeyExists(const std::string& path, RegKey root = kHKeyCurrentUser) {
     std::int32_t opened = -1;
     GetRegistryStore()->QueryValueAt(root, path.c_str(), "", nullptr, nullptr, nullptr, &opened);
     return opened == 0;
   }
-
-  static std::int32_t LibNumber(LibraryErrorCode c) { return LibraryErrorNumber(c); }
+  static std::int32_t Lib(LibraryErrorCode c) { return LibraryErrorNumber(c); }
 
  private:
   std::int64_t keys_before_ = 0;

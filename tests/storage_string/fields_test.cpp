@@ -1,5 +1,5 @@
-// Fields: the text format, validation, reading with detection, deletion,
-// name listing, concatenation and toggling.
+// Fields (format, validation, detection, deletion, listing, concatenation,
+// toggling), pages and the page cipher.
 #include <gtest/gtest.h>
 
 #include "ss_test_util.h"
@@ -9,21 +9,17 @@ namespace {
 
 using namespace sstest;
 
-TEST(StorageStringFields, WritesTheDocumentedFormatAndEditsInPlace) {
+TEST(StorageStringFields, WritesTheFormatAndEditsInPlace) {
   auto ss = KivStorageString::Create();
   EXPECT_TRUE(ss->SetValue(u"Colour", u"Red"));
-  EXPECT_EQ(ss->PageText(), u"<\\Colour={Red};/>");
   ss->SetValue(u"Size", 12);
-  EXPECT_EQ(ss->get_Value(), Variant(u"<\\Colour={Red};/><\\Size={12};/>"));
   ss->SetValue(u"Colour", u"Blue");
-  EXPECT_EQ(ss->PageText(), u"<\\Colour={Blue};/><\\Size={12};/>");
   ss->SetValue(u"  Pad  ", u"x");
-  EXPECT_EQ(ss->GetValue(u"Pad"), Variant(u"x"));
-  EXPECT_TRUE(ss->GetValue(u"  Pad  ").IsMissing());  // reading does not trim
-  EXPECT_TRUE(ss->GetValue(u"colour").IsMissing());   // nor ignore case
-}
+  EXPECT_EQ(ss->get_Value(), Variant(u"<\\Colour={Blue};/><\\Size={12};/><\\Pad={x};/>"));
+  EXPECT_TRUE(ss->GetValue(u"  Pad  ").IsMissing());  // reading neither trims
+  EXPECT_TRUE(ss->GetValue(u"colour").IsMissing());   // nor ignores case
+  EXPECT_EQ(ss->GetValue(u"none", u"\t", true, true, 5), Variant(5));
 
-TEST(StorageStringFields, ReadsBackWithDetection) {
   struct Row {
     Variant stored;
     bool detect_array, detect_number;
@@ -38,65 +34,50 @@ TEST(StorageStringFields, ReadsBackWithDetection) {
   };
   for (const Row& r : rows) {
     SCOPED_TRACE(::testing::PrintToString(r.stored));
-    auto ss = KivStorageString::Create();
     ss->SetValue(u"f", r.stored);
     EXPECT_EQ(ss->GetValue(u"f", u"\t", r.detect_array, r.detect_number), r.expected);
   }
-  auto ss = KivStorageString::Create();
-  EXPECT_EQ(ss->GetValue(u"none", u"\t", true, true, 5), Variant(5));
 }
 
-TEST(StorageStringFields, RejectsTagTextsAndKeepsThePage) {
+TEST(StorageStringFields, RejectsTagTextsAndBlankNamesKeepingThePage) {
   struct Row {
     String name, value, delimiter;
   } rows[] = {{u"a", u"x/>y", u"\t"}, {u"a={", u"v", u"\t"}, {u"a", u"v", u"};"}, {u"a", u"<\\", u","}};
+  auto ss = Page(u"<\\keep={1};/>");
   for (const Row& r : rows) {
     SCOPED_TRACE(ToUtf8(r.name + u"|" + r.value + u"|" + r.delimiter));
-    auto ss = KivStorageString::Create();
-    ss->SetValue(u"keep", u"1");
     EXPECT_SS_ERROR(ss->SetValue(r.name, r.value, r.delimiter), Lib(ErrIllegalCharacters), u"ValidateString",
                     u"SetValue");
-    EXPECT_EQ(ss->PageText(), u"<\\keep={1};/>");
     RaiseSwitchOff off;
     EXPECT_FALSE(ss->SetValue(r.name, r.value, r.delimiter));  // dropped, never stored ambiguously
     EXPECT_EQ(ss->PageText(), u"<\\keep={1};/>");
   }
-  auto ss = KivStorageString::Create();
-  ss->put_OuterTagStart(u"[");
-  EXPECT_SS_ERROR(ss->SetValue(u"a", u"x[y"), Lib(ErrIllegalCharacters), u"ValidateString", u"SetValue");
-}
-
-TEST(StorageStringFields, BlankNameIsRefusedUnlessTheSwitchIsOff) {
-  auto ss = KivStorageString::Create();
   EXPECT_ERROR(ss->SetValue(u"   ", u"v"), -2147211482, u"Zero Length Feild Names Are Not Allowed",
                u"Tarvo2\r\nKivStorageString.SetValue");
-  EXPECT_EQ(ss->PageText(), u"");
   EXPECT_SS_ERROR(ss->SetValue(u"n", Variant::Null()), err::kInvalidUseOfNull, u"SetValue");
+  EXPECT_EQ(ss->PageText(), u"<\\keep={1};/>");
+  ss->put_OuterTagStart(u"[");  // a changed tag is tested too
+  EXPECT_SS_ERROR(ss->SetValue(u"a", u"x[y"), Lib(ErrIllegalCharacters), u"ValidateString", u"SetValue");
+  ss->put_OuterTagStart(u"<\\");
   RaiseSwitchOff off;
   EXPECT_TRUE(ss->SetValue(u"  ", u"v"));
-  EXPECT_EQ(ss->PageText(), u"<\\={v};/>");
+  EXPECT_EQ(ss->PageText(), u"<\\keep={1};/><\\={v};/>");
 }
 
-TEST(StorageStringFields, DeletesAndListsFields) {
+TEST(StorageStringFields, DeletesListsAndSurvivesDamagedText) {
   auto ss = KivStorageString::Create();
-  EXPECT_EQ(ss->GetFieldNames().Count(), 0u);
   EXPECT_TRUE(ss->GetFieldNames().IsSized());
+  EXPECT_EQ(ss->GetFieldNames().Count(), 0u);
   ss->SetValue(u"a", u"1");
   ss->SetValue(u"b", u"2");
-  EXPECT_EQ(Strings(ss->GetFieldNames()), (std::vector<String>{u"a", u"b"}));
-  ss->DeleteField(u"a");
-  EXPECT_EQ(ss->PageText(), u"<\\b={2};/>");
-  EXPECT_SS_ERROR(ss->DeleteField(u"a"), Lib(ErrFieldNotFound), u"DeleteValue");
+  ss->SetValue(u"c", u"3");
+  ss->DeleteField(u"b");
+  EXPECT_EQ(ss->PageText(), u"<\\a={1};/><\\c={3};/>");
+  EXPECT_SS_ERROR(ss->DeleteField(u"b"), Lib(ErrFieldNotFound), u"DeleteValue");
   {
     RaiseSwitchOff off;
     ss->DeleteField(u"zz");
   }
-  ss->DeleteField(u"b");
-  EXPECT_EQ(ss->PageText(), u"");
-}
-
-TEST(StorageStringFields, ScansOfDamagedTextOrEmptyTagsEnd) {
-  auto ss = KivStorageString::Create();
   ss->put_Value(u"<\\a={1};/><\\b={2}");  // b has no end
   EXPECT_EQ(Strings(ss->GetFieldNames()), (std::vector<String>{u"a", u"b"}));
   EXPECT_SS_ERROR(ss->GetValue(u"b"), err::kInvalidProcedureCall, u"SSParseValue", u"GetValue");
@@ -111,53 +92,163 @@ TEST(StorageStringFields, ScansOfDamagedTextOrEmptyTagsEnd) {
   EXPECT_EQ(ss->PageText(), u"<\\a={1};/><\\b={2}#c={3};");
 }
 
-TEST(StorageStringFields, ConcatenatesFieldsOfAStringList) {
+TEST(StorageStringFields, ConcatenatesAndToggles) {
   auto ss = KivStorageString::Create();
   ss->SetValue(u"x", 1);
   ss->SetValue(u"y", 2);
-  EXPECT_EQ(ss->GetAndConcatenate(SafeArray::OfStrings({u"x", u"y"})), u"12");
   EXPECT_EQ(ss->GetAndConcatenate(SafeArray::OfStrings({u"x", u"y", u"x"}), u", "), u"1, 2, 1");
   EXPECT_EQ(ss->GetAndConcatenate(SafeArray::OfVariants({u"x", u"y"})), u"");
   EXPECT_EQ(ss->GetAndConcatenate(u"y"), u"2");
   EXPECT_SS_ERROR(ss->GetAndConcatenate(SafeArray::OfStrings({u"x", u"nope"})), err::kTypeMismatch,
                   u"GetAndConcatenate");
-}
 
-TEST(StorageStringFields, TogglesThroughACycle) {
   struct Row {
-    const char16_t* field;  // nullptr: toggle the whole page
+    const char16_t* field;  // "": toggle the whole page
     Variant stored, list;
     const char16_t* delimiter;
     bool case_sensitive;
     String expected;  // "" = nothing changes
   } rows[] = {
-      {u"f", u"C", u"", u"\t", true, u"D"},         {u"f", u"Z", u"", u"\t", true, u"A"},
-      {u"f", u"??", u"", u"\t", true, u""},         {u"f", u"Off", u"On,Off", u",", true, u"On"},
-      {u"f", u"off", u"On,Off", u",", false, u"ON"}, {nullptr, u"B", u"", u"\t", true, u"C"},
+      {u"f", u"C", u"", u"\t", true, u"D"},          {u"f", u"Z", u"", u"\t", true, u"A"},
+      {u"f", u"??", u"", u"\t", true, u""},          {u"f", u"Off", u"On,Off", u",", true, u"On"},
+      {u"f", u"off", u"On,Off", u",", false, u"ON"}, {u"", u"B", u"", u"\t", true, u"C"},
       {u"missing", Variant(), u"", u"\t", true, u""},
   };
   for (const Row& r : rows) {
     SCOPED_TRACE(::testing::PrintToString(r.stored));
-    auto ss = KivStorageString::Create();
-    if (r.field == nullptr)
-      ss->put_Value(r.stored);
-    else if (!r.stored.IsEmpty())
-      ss->SetValue(r.field, r.stored);
-    const String before = ss->PageText();
-    EXPECT_EQ(ss->Toggle(r.field ? r.field : u"", r.list, r.delimiter, r.case_sensitive), r.expected);
-    if (r.expected.empty())
-      EXPECT_EQ(ss->PageText(), before);
-    else if (r.field == nullptr)
-      EXPECT_EQ(ss->PageText(), r.expected);
-    else
-      EXPECT_EQ(ss->GetValue(r.field, u"\t", false, false), Variant(r.expected));
+    auto t = KivStorageString::Create();
+    if (!*r.field) t->put_Value(r.stored);
+    else if (!r.stored.IsEmpty()) t->SetValue(r.field, r.stored);
+    const String before = t->PageText();
+    EXPECT_EQ(t->Toggle(r.field, r.list, r.delimiter, r.case_sensitive), r.expected);
+    if (r.expected.empty()) EXPECT_EQ(t->PageText(), before);
+    else if (!*r.field) EXPECT_EQ(t->PageText(), r.expected);
+    else EXPECT_EQ(t->GetValue(r.field, u"\t", false, false), Variant(r.expected));
   }
-  auto ss = KivStorageString::Create();
   EXPECT_EQ(ss->get_ToggleValues().size(), 51u);
-  ss->put_ToggleValues(u"");
+  ss->put_ToggleValues(u"");  // the empty string is ignored
   ss->put_ToggleDelimiter(u"");
   EXPECT_EQ(ss->get_ToggleValues().substr(0, 4), u"A\tB\t");
   EXPECT_EQ(ss->get_ToggleDelimiter(), u"\t");
+}
+
+// Three pages named "", "Main", "" with page 3 current.
+Ref<KivStorageString> ThreePages() {
+  auto ss = KivStorageString::Create();
+  ss->AddPage(u"Main");
+  ss->AddPage();
+  return ss;
+}
+
+TEST(StorageStringPages, SelectsByNumberOrName) {
+  struct Row {
+    Variant arg;
+    std::int32_t page;  // 0: ErrPageNotFound
+  } rows[] = {{2, 2},    {std::int16_t{1}, 1}, {u"2", 2}, {u" 3 ", 3},    {u"main", 2}, {u"MAIN", 2},
+              {u"", 1},  {0, 0},               {-1, 0},   {u"0", 0},      {4, 0},       {2.0, 0},
+              {true, 0}, {u"nope", 0},         {Variant(), 0}};
+  for (const Row& r : rows) {
+    SCOPED_TRACE(::testing::PrintToString(r.arg));
+    auto ss = ThreePages();
+    ss->put_Value(u"text");
+    ss->put_Cursor(3);
+    if (r.page == 0) EXPECT_SS_ERROR(ss->put_Page(r.arg), Lib(ErrPageNotFound), u"Page (Let)");
+    else ss->put_Page(r.arg);
+    EXPECT_EQ(ss->get_Page(), Variant(r.page ? r.page : 3));
+    EXPECT_EQ(ss->get_Cursor(), r.page ? 1 : 3);
+  }
+  auto ss = ThreePages();
+  EXPECT_SS_ERROR(ss->put_Page(u"1e99"), err::kOverflow, u"Page (Let)");
+  RaiseSwitchOff off;
+  ss->put_Value(u"abc");
+  ss->put_Cursor(3);
+  ss->put_Page(9);  // nothing selected, the cursor still goes to 1
+  EXPECT_EQ(ss->get_Page(), Variant(3));
+  EXPECT_EQ(ss->get_Cursor(), 1);
+}
+
+TEST(StorageStringPages, NamesAddingDeletingAndSinglePageMode) {
+  auto ss = ThreePages();
+  EXPECT_SS_ERROR(ss->put_PageName(u"Main"), Lib(ErrPageNameExists), u"PageName (Let)");
+  ss->put_PageName(u"MAIN");
+  EXPECT_SS_ERROR(ss->put_PageName(u"MAIN"), Lib(ErrPageNameExists), u"PageName (Let)");
+  EXPECT_SS_ERROR(ss->AddPage(u"Main", false), Lib(ErrPageNameExists), u"PageName (Let)", u"Add");
+  EXPECT_EQ(ss->get_Page(), Variant(4));  // the new page stays current and unnamed
+  {
+    RaiseSwitchOff off;
+    ss->put_Page(1);
+    ss->AddPage(u"Main", false);
+    EXPECT_EQ(ss->get_Page(), Variant(1));
+  }
+  EXPECT_EQ(Strings(ss->GetPageNames()), (std::vector<String>{u"", u"Main", u"MAIN", u"", u""}));
+  EXPECT_EQ(ss->GetPageNames().LBound(), 1);
+
+  for (int i = 1; i <= 3; ++i) ss->put_Page(i), ss->put_Value(Variant(i));
+  ss->put_Page(2);
+  ss->DeletePage();  // the following page takes its place
+  EXPECT_EQ(ss->PageText(), u"3");
+  ss->put_Page(4);
+  ss->DeletePage();  // the last page: the one before becomes current
+  EXPECT_EQ(ss->get_Page(), Variant(3));
+  ss->ExtractText(1, 1);
+  ss->Clear(true);
+  EXPECT_EQ(Strings(ss->GetPageNames()), (std::vector<String>{u"", u"", u""}));
+  EXPECT_EQ(ss->get_LastExtraction(), u"");
+  ss->DeletePage(true);
+  ss->put_Value(u"1");
+  ss->put_PageName(u"Only");
+  ss->DeletePage();  // the only page stays as it is
+  EXPECT_EQ(ss->get_PageCount(), 1);
+  EXPECT_EQ(ss->PageText() + ss->get_PageName(), u"1Only");
+
+  ss->put_MultiPage(false);
+  EXPECT_SS_ERROR(ss->AddPage(), Lib(ErrSinglePageMode), u"Add");
+  EXPECT_SS_ERROR(ss->DeletePage(true), Lib(ErrSinglePageMode), u"DeletePage");
+  EXPECT_SS_ERROR(ss->put_Page(1), Lib(ErrSinglePageMode), u"Page (Let)");
+  ss->Clear();  // allowed
+  EXPECT_EQ(ss->PageText(), u"");
+  RaiseSwitchOff off;
+  ss->AddPage(u"P");
+  EXPECT_EQ(ss->get_PageCount(), 2);
+}
+
+TEST(StorageStringCipher, EnciphersFromTheLastCharacterWithARepeatingKey) {
+  const String text = u"Caf\u00e9 \u20ac 100\r\n<\\a={b};/>";
+  auto ss = Page(text);
+  ss->put_EncryptionKey(u"\u0001");
+  ss->put_Encrypted(true);
+  EXPECT_EQ(ss->PageText().substr(0, 4), String(u"B`e\u00e8"));  // each code one lower
+  ss->put_Encrypted(false);
+  EXPECT_EQ(ss->PageText(), text);
+  ss->put_EncryptionKey(u"Key");
+  ss->put_Value(u"ab");
+  ss->put_Encrypted(true);  // 'b' meets 'K', 'a' meets 'e'
+  EXPECT_EQ(ss->PageText(), (String{char16_t(0x61 - 0x65 + 256), char16_t(0x62 - 0x4B)}));
+  ss->put_Value(text);
+  for (bool b : {true, true, false, false}) ss->put_Encrypted(b);
+  EXPECT_EQ(ss->PageText(), text);
+  ss->put_Encrypted(true);
+  ss->put_EncryptionKey(u"Other");
+  ss->put_Encrypted(false);
+  EXPECT_NE(ss->PageText(), text);
+  ss->put_Value(u"A");
+  ss->put_EncryptionKey(u"A");
+  ss->put_Encrypted(true);
+  EXPECT_EQ(ss->PageText(), String(1, u'\0'));  // NUL survives as a character
+}
+
+TEST(StorageStringCipher, RefusesAMissingOrUnrepresentableKey) {
+  auto ss = KivStorageString::Create();
+  EXPECT_SS_ERROR(ss->put_Encrypted(true), Lib(ErrEncryptionKeyNotSet), u"Encrypted (Let)");
+  ss->put_EncryptionKey(u"\u4e2d");
+  ss->put_Encrypted(true);  // an empty page is left alone
+  ss->put_Value(u"abc");
+  EXPECT_SS_ERROR(ss->put_Encrypted(true), err::kOverflow, u"Encrypted (Let)");
+  EXPECT_EQ(ss->PageText(), u"abc");
+  ss->put_EncryptionKey(u"");
+  RaiseSwitchOff off;
+  ss->put_Encrypted(true);
+  EXPECT_EQ(ss->PageText(), u"abc");
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 
 #include "tarvo2/file_system.h"
 #include "tarvo2/library_errors.h"
-#include "tarvo2/message_box.h"
 #include "tarvo2/storage_string.h"
 #include "test_util.h"
 
@@ -31,36 +30,17 @@ inline String Describe(std::int32_t number) {
 }
 
 // Turns the raise switch off for one scope.
-class RaiseSwitchOff {
- public:
+struct RaiseSwitchOff {
   RaiseSwitchOff() { SetRaiseErrors(false); }
   ~RaiseSwitchOff() { SetRaiseErrors(true); }
 };
 
 // Runs the scope against a fresh in-memory file system.
-class MemFs {
- public:
-  MemFs() : fs_(NewMemFileSystem()) { SetFileSystem(fs_); }
+struct MemFs {
+  MemFs() { SetFileSystem(fs); }
   ~MemFs() { SetFileSystem(nullptr); }
-  FileSystem& operator*() const { return *fs_; }
-  FileSystem* operator->() const { return fs_.get(); }
-  const std::shared_ptr<FileSystem>& get() const { return fs_; }
-
- private:
-  std::shared_ptr<FileSystem> fs_;
-};
-
-// A message box that records what it was asked to show.
-class RecordingMessageBox : public MessageBoxService {
- public:
-  struct Shown {
-    String message, title;
-    std::int32_t style;
-  };
-  void Show(StringView message, StringView title, std::int32_t style) override {
-    shown.push_back({String(message), String(title), style});
-  }
-  std::vector<Shown> shown;
+  FileSystem* operator->() const { return fs.get(); }
+  std::shared_ptr<FileSystem> fs = NewMemFileSystem();
 };
 
 inline std::vector<String> Strings(const SafeArray& a) {
@@ -71,12 +51,19 @@ inline std::vector<String> Strings(const SafeArray& a) {
 
 inline SafeArray Longs(std::vector<Variant> items) { return SafeArray::Of(VarType::kLong, std::move(items)); }
 
+// A store whose only page holds `text`, with the cursor at `cursor`.
+inline Ref<KivStorageString> Page(const String& text, std::int32_t cursor = 1) {
+  auto ss = KivStorageString::Create();
+  ss->put_Value(text);
+  ss->put_Cursor(cursor);
+  return ss;
+}
+
 }  // namespace tarvo2::sstest
 
 // Asserts the number, description and storage-string source chain of an
 // error raised by `stmt`.
-#define EXPECT_SS_ERROR(stmt, number, ...)                                       \
-  EXPECT_ERROR(stmt, (number), ::tarvo2::sstest::Describe(number),             \
-               ::tarvo2::sstest::Chain({__VA_ARGS__}))
+#define EXPECT_SS_ERROR(stmt, number, ...) \
+  EXPECT_ERROR(stmt, (number), ::tarvo2::sstest::Describe(number), ::tarvo2::sstest::Chain({__VA_ARGS__}))
 
 #endif  // TARVO2_TESTS_STORAGE_STRING_SS_TEST_UTIL_H_
