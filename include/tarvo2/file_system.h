@@ -176,10 +176,10 @@ class FileSystem {
   // Takes an exclusive lock for the read-modify-write of the file `path`,
   // waiting for other holders in this or any other process; the lock is
   // held until *lock is destroyed. The lock never touches the bytes of
-  // `path` itself. The POSIX file system locks (flock) a sidecar file named
-  // "<target>.lock" next to the symbolic link target of `path`, created
-  // when missing and left in place afterwards (removing it would let two
-  // processes lock different files of the same name). The folder must
+  // `path` itself. The POSIX file system locks (flock) the folder that
+  // holds the symbolic link target of `path`: the folder survives the
+  // rename that replaces the file, and no lock file is left behind. Writers
+  // of different files in one folder therefore take turns. The folder must
   // exist: 76 otherwise.
   virtual FileStatus LockFile(const std::string& path,
                               std::unique_ptr<FileLock>* lock) = 0;

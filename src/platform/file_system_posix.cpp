@@ -177,17 +177,16 @@ class PosixFileSystem : public FileSystem {
     std::string target;
     FileStatus s = ResolveSymlinks(path, &target);
     if (!s.ok()) return s;
-    std::string lock_path = target + ".lock";
-    int fd = RetryEintr([&] {
-      return ::open(lock_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-    });
-    if (fd < 0 && errno == EACCES)  // someone else's lock file: read suffices
-      fd = RetryEintr([&] { return ::open(lock_path.c_str(), O_RDONLY | O_CLOEXEC); });
-    if (fd < 0) return PosixError(lock_path, errno, ErrnoContext::kCreate);
+    // Lock the folder that holds the final target: it outlives the atomic
+    // rename that replaces the file, and locking it leaves nothing behind.
+    std::size_t slash = target.rfind('/');
+    std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : target.substr(0, slash);
+    int fd = RetryEintr([&] { return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+    if (fd < 0) return PosixError(folder, errno, ErrnoContext::kCreate);
     if (RetryEintr([&] { return ::flock(fd, LOCK_EX); }) != 0) {
       int err = errno;
       ::close(fd);
-      return PosixError(lock_path, err);
+      return PosixError(folder, err);
     }
     *lock = std::make_unique<PosixFileLock>(fd);
     return FileStatus::OK();
