@@ -21,12 +21,10 @@ using Names = std::vector<std::string>;
 TEST(PosixErrorTest, TranslatesErrnoToAutomationNumbers) {
   struct Row { int err; ErrnoContext ctx; int number; };
   const Row rows[] = {
-      {ENOENT, ErrnoContext::kAccess, 53}, {ENOENT, ErrnoContext::kCreate, 76},
-      {ENOTDIR, ErrnoContext::kAccess, 76}, {EACCES, ErrnoContext::kAccess, 70},
-      {EROFS, ErrnoContext::kCreate, 70},   {EISDIR, ErrnoContext::kAccess, 75},
-      {ENOSPC, ErrnoContext::kAccess, 61},  {EDQUOT, ErrnoContext::kAccess, 61},
-      {EIO, ErrnoContext::kAccess, 57},     {EEXIST, ErrnoContext::kCreate, 58},
-      {EMFILE, ErrnoContext::kAccess, 67},  {ENAMETOOLONG, ErrnoContext::kAccess, 52},
+      {ENOENT, ErrnoContext::kAccess, 53}, {ENOENT, ErrnoContext::kCreate, 76}, {ENOTDIR, ErrnoContext::kAccess, 76},
+      {EACCES, ErrnoContext::kAccess, 70}, {EROFS, ErrnoContext::kCreate, 70},  {EISDIR, ErrnoContext::kAccess, 75},
+      {ENOSPC, ErrnoContext::kAccess, 61}, {EDQUOT, ErrnoContext::kAccess, 61}, {EIO, ErrnoContext::kAccess, 57},
+      {EEXIST, ErrnoContext::kCreate, 58}, {EMFILE, ErrnoContext::kAccess, 67}, {ENAMETOOLONG, ErrnoContext::kAccess, 52},
   };
   for (const Row& r : rows) {
     SCOPED_TRACE(r.err);
@@ -105,11 +103,9 @@ TEST_P(FileSystemTest, PathExists) {
   Write("a.ini", "");
   struct Row { std::string path; bool exists; };
   const Row rows[] = {
-      {"", false},           {P("a.ini"), true},     {P("A.INI"), false},
-      {P("empty"), true},    {P("empty/"), true},    {P("missing"), false},
-      {P("*.ini"), true},    {P("?.ini"), true},     {P("a*"), true},
-      {P("*"), true},        {P("x*"), false},       {P("??.ini"), false},
-      {P("empty/*"), false}, {P("blank/*"), false},  {P("blank/  "), false},
+      {"", false},         {P("a.ini"), true},   {P("A.INI"), false},   {P("empty"), true},    {P("empty/"), true},
+      {P("missing"), false}, {P("*.ini"), true},   {P("?.ini"), true},    {P("a*"), true},       {P("*"), true},
+      {P("x*"), false},      {P("??.ini"), false}, {P("empty/*"), false}, {P("blank/*"), false}, {P("blank/  "), false},
       {P("nodir/*"), false}, {P("a.ini/x"), false},
   };
   for (const Row& r : rows) EXPECT_EQ(fs_->PathExists(r.path), r.exists) << r.path;
@@ -205,14 +201,6 @@ TEST(PosixFileSystemTest, ReplaceWritesThroughSymbolicLinks) {
   std::string out;
   ASSERT_TRUE(fs->ReadFile(tmp / "real/t.ini", &out).ok());
   EXPECT_EQ(out, "new");
-}
-
-TEST(CurrentFileSystemTest, ReplaceAndRestore) {
-  auto mem = NewMemFileSystem();
-  SetFileSystem(mem);
-  EXPECT_EQ(GetFileSystem(), mem);
-  SetFileSystem(nullptr);
-  EXPECT_EQ(GetFileSystem().get(), FileSystem::Default());
 }
 
 }  // namespace

@@ -65,30 +65,24 @@ class ProfileStoreTest : public ::testing::Test {
 TEST_F(ProfileStoreTest, ReadsValuesAsWindowsDoes) {
   struct Row { const char* name; std::string content; const char* section; const char* key; std::string want; };
   const Row rows[] = {
-      {"crlf", "[S]\r\nk=v\r\n", "S", "k", "v"},      {"lone cr", "[S]\rk=v\rj=w", "S", "j", "w"},
-      {"unterminated", "[S]\nk=v", "S", "k", "v"},    {"blanks", " \t[ S ] \n\t k \t= \t v w \t\n", "S", "k", "v w"},
-      {"inner blanks count", "[S]\nmy  key=1\n", "S", "my key", "<def>"},
-      {"after bracket ignored", "[A] tail\nk=1", "A", "k", "1"},
-      {"no closing bracket", "[A b\nk=1", "A b", "k", "1"},
-      {"first equals splits", "[S]\na=b=c", "S", "a", "b=c"},
-      {"no trailing comment", "[S]\nc=3 ;x", "S", "c", "3 ;x"},
-      {"hash is ordinary", "[S]\n#k=1", "S", "#k", "1"},  {"line without equals", "[S]\nk\n", "S", "k", "<def>"},
-      {"comment", "[S]\n;k=1\n", "S", ";k", "<def>"},     {"double quotes", "[S]\nk=\" x \"", "S", "k", " x "},
-      {"single quotes", "[S]\nk='x'", "S", "k", "x"},     {"mismatched quotes", "[S]\nk=\"x'", "S", "k", "\"x'"},
-      {"empty quotes", "[S]\nk=\"\"", "S", "k", ""},      {"lone quote", "[S]\nk=\"", "S", "k", "\""},
-      {"inner quotes", "[S]\nk=a\"b\"", "S", "k", "a\"b\""}, {"empty value", "[S]\nk=", "S", "k", ""},
-      {"key before sections", "k=1\n[S]\n", "S", "k", "<def>"}, {"empty section name", "[]\nk=1", "", "k", "1"},
+      {"crlf", "[S]\r\nk=v\r\n", "S", "k", "v"}, {"lone cr", "[S]\rk=v\rj=w", "S", "j", "w"},
+      {"unterminated", "[S]\nk=v", "S", "k", "v"}, {"blanks", " \t[ S ] \n\t k \t= \t v w \t\n", "S", "k", "v w"},
+      {"inner blanks count", "[S]\nmy  key=1\n", "S", "my key", "<def>"}, {"no ]", "[A b\nk=1", "A b", "k", "1"},
+      {"after ] ignored", "[A] tail\nk=1", "A", "k", "1"}, {"first = splits", "[S]\na=b=c", "S", "a", "b=c"},
+      {"no trailing comment", "[S]\nc=3 ;x", "S", "c", "3 ;x"}, {"# is ordinary", "[S]\n#k=1", "S", "#k", "1"},
+      {"line without =", "[S]\nk\n", "S", "k", "<def>"}, {"comment", "[S]\n;k=1\n", "S", ";k", "<def>"},
+      {"double quotes", "[S]\nk=\" x \"", "S", "k", " x "}, {"single quotes", "[S]\nk='x'", "S", "k", "x"},
+      {"mismatched quotes", "[S]\nk=\"x'", "S", "k", "\"x'"}, {"empty quotes", "[S]\nk=\"\"", "S", "k", ""},
+      {"lone quote", "[S]\nk=\"", "S", "k", "\""}, {"inner quotes", "[S]\nk=a\"b\"", "S", "k", "a\"b\""},
+      {"empty value", "[S]\nk=", "S", "k", ""}, {"key before sections", "k=1\n[S]\n", "S", "k", "<def>"},
+      {"empty section name", "[]\nk=1", "", "k", "1"}, {"first key wins", "[S]\nk=1\nK=2", "S", "k", "1"},
       {"first section wins", "[S]\nk=1\n[s]\nk=2\nj=3", "S", "j", "<def>"},
-      {"first key wins", "[S]\nk=1\nK=2", "S", "k", "1"}, {"ascii case", "[Sect]\nKey=v", "SECT", "kEY", "v"},
-      {"latin case", "[\xC4\xD6]\n\xC9=1", "\xE4\xF6", "\xE9", "1"},
+      {"ascii case", "[Sect]\nKey=v", "SECT", "kEY", "v"}, {"latin case", "[\xC4\xD6]\n\xC9=1", "\xE4\xF6", "\xE9", "1"},
       {"cp1252 case", "[\x8C\x9F]\n\x8A\x8E=1", "\x9C\xFF", "\x9A\x9E", "1"},
-      {"lookup spaces stripped", "[S]\nk=v", " S ", " k ", "v"},
-      {"lookup tabs kept", "[S]\nk=v", "S", "\tk", "<def>"},
-      {"nul bytes", "[S]\nk=a\0b\n"s, "S", "k", "a\0b"s},
-      {"invalid text bytes", "[S]\nk=\xFF\xFE\x81", "S", "k", "\xFF\xFE\x81"},
+      {"lookup spaces stripped", "[S]\nk=v", " S ", " k ", "v"}, {"lookup tabs kept", "[S]\nk=v", "S", "\tk", "<def>"},
+      {"nul bytes", "[S]\nk=a\0b\n"s, "S", "k", "a\0b"s}, {"other bytes", "[S]\nk=\xFF\xFE\x81", "S", "k", "\xFF\xFE\x81"},
       {"utf8 value", "\xEF\xBB\xBF[S]\nk=\xC3\xA9\xE2\x82\xAC\xE4\xB8\xAD", "S", "k", "\xE9\x80?"},
-      {"utf8 names", "\xEF\xBB\xBF[\xC3\x84]\n\xC3\xA9=1", "\xE4", "\xC9", "1"},
-      {"missing section", "[S]\nk=v", "T", "k", "<def>"},
+      {"utf8 names", "\xEF\xBB\xBF[\xC3\x84]\n\xC3\xA9=1", "\xE4", "\xC9", "1"}, {"no section", "[S]\nk=v", "T", "k", "<def>"},
   };
   for (const Row& r : rows) {
     SCOPED_TRACE(r.name);
@@ -136,18 +130,13 @@ TEST_F(ProfileStoreTest, MissingFilesAndBadBuffers) {
 }
 
 TEST_F(ProfileStoreTest, WritesEditInPlace) {
-  struct Row {
-    const char* name;
-    std::optional<std::string> before;  // nullopt: no file
-    const char *section, *key, *value;
-    std::optional<std::string> after;
-    uint32_t code;
-  };
+  // The file before and after (nullopt: no file), and LastError().
+  struct Row { const char *name; std::optional<std::string> before; const char *section, *key, *value;
+               std::optional<std::string> after; uint32_t code; };
   const Row rows[] = {
       {"replace keeps spelling and blanks", "[Sec]\r\n  Key = old  \r\nz=1", "SEC", "key", "new",
        "[Sec]\r\n  Key = new\r\nz=1", 0},
-      {"replace quoted", "[S]\nk=\"a b\" \n", "S", "k", "c", "[S]\nk=c\n", 0},
-      {"replace empty", "[S]\nk=\n", "S", "k", "v", "[S]\nk=v\n", 0},
+      {"replace quoted", "[S]\nk=\"a b\" \n", "S", "k", "c", "[S]\nk=c\n", 0}, {"replace empty", "[S]\nk=\n", "S", "k", "v", "[S]\nk=v\n", 0},
       {"other bytes kept", "; h\0\n[S]\n\tk\t=\t1 ;c\n\n"s, "S", "k", "2", "; h\0\n[S]\n\tk\t=\t2\n\n"s, 0},
       {"new key after last key", "[S]\na=1\n\n;c\n[T]\n", "S", "b", "2", "[S]\na=1\nb=2\n\n;c\n[T]\n", 0},
       {"new key after header", "[S]\n\n[T]\n", "S", "b", "2", "[S]\nb=2\n\n[T]\n", 0},
@@ -157,24 +146,18 @@ TEST_F(ProfileStoreTest, WritesEditInPlace) {
       {"new section lone cr", "x\r[S]\ra=1", "T", "b", "2", "x\r[S]\ra=1\r[T]\rb=2\r", 0},
       {"new section unterminated", "[S]\na=1", "T", "b", "2", "[S]\na=1\n[T]\nb=2\n", 0},
       {"new file uses lf", std::nullopt, " S ", " k ", " v ", "[S]\nk= v \n", 0},
-      {"empty file", "", "S", "k", "v", "[S]\nk=v\n", 0},
-      {"empty section name", "", "", "k", "v", "[]\nk=v\n", 0},
+      {"empty file", "", "S", "k", "v", "[S]\nk=v\n", 0}, {"empty section name", "", "", "k", "v", "[]\nk=v\n", 0},
       {"delete key", "[S]\na=1\nb=2\n", "S", "A", nullptr, "[S]\nb=2\n", 0},
       {"delete last key keeps header", "[S]\nb=2", "S", "b", nullptr, "[S]\n", 0},
       {"delete section keeps comments", "[S]\na=1\n;c\nb=2\n[T]\nx=1\n", "s", nullptr, nullptr, ";c\n[T]\nx=1\n", 0},
-      {"delete missing key", "[S]\na=1", "S", "x", nullptr, "[S]\na=1", 0},
-      {"delete missing section", "[S]\na=1", "T", nullptr, "v", "[S]\na=1", 0},
+      {"delete missing key", "[S]\na=1", "S", "x", nullptr, "[S]\na=1", 0}, {"delete missing section", "[S]\na=1", "T", nullptr, "v", "[S]\na=1", 0},
       {"delete in missing file", std::nullopt, "S", "k", nullptr, std::nullopt, 0},
       {"utf8 kept", "\xEF\xBB\xBF[S]\nk=\xE4\xB8\xAD\n", "S", "k", "\xE9", "\xEF\xBB\xBF[S]\nk=\xC3\xA9\n", 0},
       {"utf8 new section", "\xEF\xBB\xBF", "\xC4", "k", "\x80", "\xEF\xBB\xBF[\xC3\x84]\nk=\xE2\x82\xAC\n", 0},
-      {"null section", "[S]\n", nullptr, "k", "v", "[S]\n", kProfileFileNotFound},
-      {"null section and key", "[S]\n", nullptr, nullptr, "v", "[S]\n", 0},
-      {"key with equals", "[S]\n", "S", "a=b", "v", "[S]\n", kProfileInvalidParameter},
-      {"key with semicolon", "[S]\n", "S", " ;k", "v", "[S]\n", kProfileInvalidParameter},
-      {"key with bracket", "[S]\n", "S", "[k", "v", "[S]\n", kProfileInvalidParameter},
-      {"blank key", std::nullopt, "S", "  ", "v", std::nullopt, kProfileInvalidParameter},
-      {"lf in value", "[S]\n", "S", "k", "a\nb", "[S]\n", kProfileInvalidParameter},
-      {"cr in section", "[S]\n", "S\r", "k", "v", "[S]\n", kProfileInvalidParameter},
+      {"null section", "[S]\n", nullptr, "k", "v", "[S]\n", 2}, {"null section and key", "[S]\n", nullptr, nullptr, "v", "[S]\n", 0},
+      {"key with =", "[S]\n", "S", "a=b", "v", "[S]\n", 87}, {"key with ;", "[S]\n", "S", " ;k", "v", "[S]\n", 87},
+      {"key with [", "[S]\n", "S", "[k", "v", "[S]\n", 87}, {"blank key", std::nullopt, "S", "  ", "v", std::nullopt, 87},
+      {"lf in value", "[S]\n", "S", "k", "a\nb", "[S]\n", 87}, {"cr in section", "[S]\n", "S\r", "k", "v", "[S]\n", 87},
       {"lf in key of delete", "[S]\nk=1", "S", "k\n", nullptr, "[S]\nk=1", kProfileInvalidParameter},
   };
   for (const Row& r : rows) {
@@ -187,18 +170,7 @@ TEST_F(ProfileStoreTest, WritesEditInPlace) {
   }
 }
 
-TEST_F(ProfileStoreTest, UnchangedValueDoesNotRewrite) {
-  Put("[S]\nk = \"v\"\n");
-  FileInfo before, after;
-  ASSERT_TRUE(fs_->GetFileInfo(kFile, &before).ok());
-  EXPECT_TRUE(store_->WritePrivateProfileString("S", "K", "v", kFile));
-  ASSERT_TRUE(fs_->GetFileInfo(kFile, &after).ok());
-  EXPECT_TRUE(before.SameVersion(after));
-  EXPECT_TRUE(store_->WritePrivateProfileString("S", "K", "V", kFile));  // case counts
-  EXPECT_EQ(Content(), "[S]\nk = V\n");
-}
-
-TEST_F(ProfileStoreTest, CacheSeesChangesOfOtherWriters) {
+TEST_F(ProfileStoreTest, CacheSeesChangesOfOtherWritersAndUnchangedValuesAreNotWritten) {
   Put("[S]\nk=1\n");
   EXPECT_EQ(Value("S", "k"), "1");
   Put("[S]\nk=2\n");  // same size, at once
@@ -209,17 +181,20 @@ TEST_F(ProfileStoreTest, CacheSeesChangesOfOtherWriters) {
   EXPECT_EQ(Value("S", "k"), "<def>");
   EXPECT_TRUE(store_->WritePrivateProfileString("S", "k", "4", kFile));
   EXPECT_EQ(Content(), "[S]\nk=4\n");  // not built on the deleted file
+  FileInfo before, after;
+  ASSERT_TRUE(fs_->GetFileInfo(kFile, &before).ok());
+  EXPECT_TRUE(store_->WritePrivateProfileString("S", "K", "4", kFile));  // the value stored: no rewrite
+  ASSERT_TRUE(fs_->GetFileInfo(kFile, &after).ok());
+  EXPECT_TRUE(before.SameVersion(after));
 }
 
 TEST_F(ProfileStoreTest, MegabyteLines) {
   std::string big(1 << 20, 'x');
   EXPECT_TRUE(store_->WritePrivateProfileString("S", "k", big.c_str(), kFile));
-  EXPECT_TRUE(store_->WritePrivateProfileString("S", "j", "1", kFile));
   uint32_t n = 0;
   EXPECT_EQ(Buffer("S", "k", "", 1024, &n), std::string(1023, 'x') + '\0');
   EXPECT_EQ(Buffer("S", "k", "", big.size() + 1, &n), big + '\0');
   EXPECT_EQ(n, big.size());
-  EXPECT_EQ(Value("S", "j"), "1");
 }
 
 TEST_F(ProfileStoreTest, BareNamesLiveInTheConfigurationFolder) {
@@ -236,7 +211,13 @@ TEST_F(ProfileStoreTest, BareNamesLiveInTheConfigurationFolder) {
   old ? setenv("XDG_CONFIG_HOME", saved.c_str(), 1) : unsetenv("XDG_CONFIG_HOME");
 }
 
-TEST_F(ProfileStoreTest, CurrentStoreCanBeReplacedAndRestored) {
+TEST_F(ProfileStoreTest, ProcessWideStoreUsesTheProcessWideFileSystem) {
+  SetFileSystem(fs_);
+  EXPECT_EQ(GetFileSystem(), fs_);
+  EXPECT_TRUE(GetProfileStore()->WritePrivateProfileString("S", "k", "v", kFile));
+  SetFileSystem(nullptr);
+  EXPECT_EQ(GetFileSystem().get(), FileSystem::Default());
+  EXPECT_EQ(Content(), "[S]\nk=v\n");
   SetProfileStore(store_);
   EXPECT_EQ(GetProfileStore(), store_);
   SetProfileStore(nullptr);
@@ -244,20 +225,6 @@ TEST_F(ProfileStoreTest, CurrentStoreCanBeReplacedAndRestored) {
 }
 
 // On real files.
-
-TEST_F(ProfileStoreTest, DiskWriteKeepsModeAndFollowsSymbolicLinks) {
-  const std::string file = tmp_ / "real.ini";
-  Put("[S]\nk=1\n", disk_, file);
-  ASSERT_EQ(::chmod(file.c_str(), 0640), 0);
-  ASSERT_EQ(::symlink("real.ini", (tmp_ / "link.ini").c_str()), 0);
-  EXPECT_TRUE(disk_store_->WritePrivateProfileString("S", "k", "2", tmp_ / "link.ini"));
-  struct stat st;
-  ASSERT_EQ(::lstat((tmp_ / "link.ini").c_str(), &st), 0);
-  EXPECT_TRUE(S_ISLNK(st.st_mode));
-  ASSERT_EQ(::stat(file.c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 07777, 0640u);
-  EXPECT_EQ(Content(file, disk_), "[S]\nk=2\n");
-}
 
 TEST_F(ProfileStoreTest, DiskRefusedWritesChangeAndCreateNothing) {
   const std::string file = tmp_ / "ro.ini";
@@ -275,19 +242,18 @@ TEST_F(ProfileStoreTest, DiskRefusedWritesChangeAndCreateNothing) {
   EXPECT_EQ(names, std::vector<std::string>{"ro.ini"});
 }
 
-TEST_F(ProfileStoreTest, DiskFailedRenameKeepsTheOldFile) {
-  auto faulty = std::make_shared<FaultInjectingFileSystem>(std::shared_ptr<FileSystem>(disk_, [](FileSystem*) {}));
+TEST_F(ProfileStoreTest, FailedRenameKeepsTheOldFile) {
+  auto faulty = std::make_shared<FaultInjectingFileSystem>(fs_);
   auto store = NewProfileStore(faulty);
-  const std::string file = tmp_ / "f.ini";
-  ASSERT_TRUE(store->WritePrivateProfileString("S", "k", "1", file));
+  Put("[S]\nk=1\n");
   faulty->FailNth(FaultInjectingFileSystem::Op::kRename, 1, ENOSPC);
-  EXPECT_FALSE(store->WritePrivateProfileString("S", "k", "2", file));
+  EXPECT_FALSE(store->WritePrivateProfileString("S", "k", "2", kFile));
   EXPECT_EQ(store->LastError(), kProfileDiskFull);
-  EXPECT_EQ(Content(file, disk_), "[S]\nk=1\n");
-  EXPECT_EQ(Value("S", "k", "", store.get(), file), "1");
+  EXPECT_EQ(Content(), "[S]\nk=1\n");
+  EXPECT_EQ(Value("S", "k", "", store.get()), "1");
   std::vector<std::string> names;
-  ASSERT_TRUE(disk_->GetChildren(tmp_.path(), &names).ok());
-  for (const std::string& n : names) EXPECT_EQ(n.find(".tmp"), std::string::npos) << n;
+  ASSERT_TRUE(fs_->GetChildren("/d", &names).ok());
+  EXPECT_EQ(names, std::vector<std::string>{"p.ini"});
 }
 
 TEST_F(ProfileStoreTest, DiskCacheNoticesSameSizeChangeWithRestoredTime) {
