@@ -4,6 +4,7 @@
 
 #include <initializer_list>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "tarvo2/file_system.h"
@@ -57,6 +58,11 @@ inline Ref<KivStorageString> Page(const String& text, std::int32_t cursor = 1) {
   ss->put_Value(text);
   ss->put_Cursor(cursor);
   return ss;
+}
+
+// "page text|cursor|last extraction", to compare a store's state at once.
+inline String State(KivStorageString& ss) {
+  return ss.PageText() + u"|" + FromUtf8(std::to_string(ss.get_Cursor())) + u"|" + ss.get_LastExtraction();
 }
 
 }  // namespace tarvo2::sstest

@@ -1,0 +1,347 @@
+// Binding to client objects, protection, files, the default property (write)
+// with import, the common interface, the version report and the automation
+// interface.
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "platform_temp_dir.h"
+#include "ss_test_util.h"
+#include "tarvo2/codepage.h"
+#include "tarvo2/import.h"
+#include "tarvo2/message_box.h"
+
+namespace tarvo2 {
+namespace {
+
+using namespace sstest;
+
+Ref<DynamicObject> Control(const char16_t* property = nullptr, const Variant& value = u"") {
+  auto c = MakeRef<DynamicObject>(u"TextBox");
+  if (property) c->Put(property, value);
+  return c;
+}
+
+TEST(StorageStringBinding, MirrorsTheChosenProperty) {
+  for (auto [mode, property] : {std::pair{tarvo_BindModeTag, u"Tag"}, {tarvo_BindModeValue, u"Value"},
+                                {tarvo_BindModeCaption, u"Caption"}, {tarvo_BindModeText, u"Text"}}) {
+    SCOPED_TRACE(ToUtf8(property));
+    auto ctl = Control(property, u"<\\old={1};/>");
+    auto s = KivStorageString::Create();
+    s->put_BindMode(mode);
+    s->putref_BoundObject(ctl);
+    EXPECT_EQ(s->GetValue(u"old"), Variant(1));
+    s->SetValue(u"f", u"v");
+    EXPECT_EQ(*ctl->Find(property), Variant(u"<\\old={1};/><\\f={v};/>"));
+    ctl->Put(property, u"pulled");
+    s->InsertText(u"+", 1);  // a write does not pull first
+    EXPECT_EQ(*ctl->Find(property), Variant(u"+<\\old={1};/><\\f={v};/>"));
+    ctl->Put(property, u"AB");
+    s->put_EncryptionKey(u"\u0001");
+    s->put_Encrypted(true);  // pulls, enciphers (each code one lower), pushes
+    EXPECT_EQ(*ctl->Find(property), Variant(u"@A"));
+  }
+}
+
+TEST(StorageStringBinding, UnbindingRestoresMultiPageAndProtectionExcludesBinding) {
+  for (bool before : {true, false}) {
+    auto ss = KivStorageString::Create();
+    ss->put_MultiPage(before);
+    ss->put_BindMode(tarvo_BindModeNone);  // unbinding while unbound changes nothing
+    ss->put_BindMode(tarvo_BindModeTag);
+    ss->putref_BoundObject(Control(u"Tag"));
+    ss->put_BindMode(tarvo_BindModeText);
+    ss->putref_BoundObject(nullptr);
+    EXPECT_EQ(ss->get_MultiPage(), before);
+    EXPECT_TRUE(ss->get_BindMode() == tarvo_BindModeNone && !ss->get_BoundObject());
+  }
+  auto ss = KivStorageString::Create();
+  ss->putref_BoundObject(Control(u"Value"));
+  EXPECT_EQ(ss->get_BindMode(), tarvo_BindModeDefaultProperty);
+  EXPECT_SS_ERROR(ss->AddPage(), Lib(ErrSinglePageMode), u"Add");  // binding turns MultiPage off
+  EXPECT_SS_ERROR(ss->put_Protect(true), Lib(ErrProtectWhileBound), u"Protect (Let)");
+  ss->putref_BoundObject(nullptr);
+  ss->put_Protect(true);
+  EXPECT_SS_ERROR(ss->put_BindMode(tarvo_BindModeCaption), Lib(ErrBindWhileProtected), u"BindMode (Let)");
+  EXPECT_SS_ERROR(ss->putref_BoundObject(Control(u"Value")), Lib(ErrBindWhileProtected), u"BindMode (Let)",
+                  u"BoundTagObject (Set)");
+  EXPECT_FALSE(ss->get_BoundObject());
+  EXPECT_SS_ERROR(ss->put_Value(u"x"), Lib(ErrDirectStringAccess), u"Value (Let)");
+  EXPECT_TRUE(ss->SetValue(u"f", u"v"));  // fields may still be written
+  auto odd = KivStorageString::Create();  // a mode outside the enumeration
+  odd->put_BindMode(static_cast<BindModeEnum>(9));
+  odd->putref_BoundObject(Control());  // no property is read or written
+  odd->SetValue(u"f", u"v");
+  EXPECT_FALSE(odd->get_MultiPage());
+  EXPECT_SS_ERROR(odd->put_Protect(true), Lib(ErrProtectWhileBound), u"Protect (Let)");
+}
+
+TEST(StorageStringBinding, ABrokenBoundObjectFailsWhateverTheSwitch) {
+  auto ss = Page(u"kept");
+  EXPECT_SS_ERROR(ss->putref_BoundObject(Control()), err::kNotSupported, u"UpdateFromBoundObject",
+                  u"BoundTagObject (Set)");
+  EXPECT_TRUE(ss->get_BindMode() == tarvo_BindModeNone && ss->get_MultiPage());  // the binding is undone
+  EXPECT_EQ(ss->PageText(), u"kept");
+  EXPECT_SS_ERROR(ss->putref_BoundObject(Control(u"Value", Variant::Null())), err::kInvalidUseOfNull,
+                  u"UpdateFromBoundObject", u"BoundTagObject (Set)");
+  ss->putref_BoundObject(Control(u"Value"));
+  ss->put_BindMode(tarvo_BindModeCaption);  // the control has no Caption
+  RaiseSwitchOff off;
+  EXPECT_SS_ERROR(ss->GetValue(u"f"), err::kNotSupported, u"UpdateFromBoundObject", u"GetValue");
+}
+
+TEST(StorageStringBinding, CyclesOfBindingsEnd) {
+  auto a = KivStorageString::Create();
+  auto b = KivStorageString::Create();
+  EXPECT_SS_ERROR(a->putref_BoundObject(a), Lib(ErrAlreadyBound), u"BoundTagObject (Set)");
+  EXPECT_SS_ERROR(a->putref_BoundObject(a->StdInterface()), Lib(ErrAlreadyBound), u"BoundTagObject (Set)");
+  b->putref_BoundObject(a);
+  EXPECT_SS_ERROR(a->putref_BoundObject(b), Lib(ErrAlreadyBound), u"BoundTagObject (Set)");
+  {
+    RaiseSwitchOff off;
+    a->putref_BoundObject(a);
+    EXPECT_FALSE(a->get_BoundObject());
+    a->putref_BoundObject(b);  // two stores bound to each other
+    a->SetValue(u"f", u"1");
+    b->SetValue(u"g", u"2");
+    EXPECT_EQ(a->get_Value(), Variant(u"<\\f={1};/><\\g={2};/>"));
+    EXPECT_EQ(b->PageText(), a->PageText());
+  }
+  auto c = KivStorageString::Create();
+  auto d = KivStorageString::Create();  // a -> b (re-bound to c) -> c -> d -> a
+  b->putref_BoundObject(c);
+  c->putref_BoundObject(d);
+  d->putref_BoundObject(a);
+  a->Clear();
+  d->SetValue(u"x", 5);
+  for (auto* s : {a.get(), b.get(), c.get()}) EXPECT_EQ(s->GetValue(u"x"), Variant(5));
+  for (auto* s : {a.get(), b.get(), c.get(), d.get()}) s->putref_BoundObject(nullptr);  // break the cycle
+}
+
+std::string FileBytes(FileSystem* fs, const std::string& path) {
+  std::string bytes;
+  EXPECT_TRUE(fs->ReadFile(path, &bytes).ok()) << path;
+  return bytes;
+}
+
+// Every byte value once, fields, lone CR and LF, and a NUL.
+String AwkwardPage() {
+  String page = u"<\\a={1};/>x\ry\nz";
+  for (int b = 0; b < 256; ++b) page += AnsiByteToChar(static_cast<unsigned char>(b));
+  return page;
+}
+
+TEST(StorageStringFiles, SaveAndLoadKeepEveryCharacterAndAppend) {
+  MemFs fs;
+  auto ss = Page(AwkwardPage());
+  ss->Save(u"page.txt");
+  EXPECT_EQ(FileBytes(fs.fs.get(), "page.txt"), ToAnsi(AwkwardPage()));  // one byte per character
+  auto back = KivStorageString::Create();
+  back->AddPage(u"other");
+  back->put_Value(u"old");
+  back->ExtractText(1, 2);
+  back->put_Cursor(2);
+  EXPECT_TRUE(back->Load(u"page.txt").IsEmpty());
+  EXPECT_EQ(State(*back) + back->get_PageName(), AwkwardPage() + u"|2|olother");  // only the text changes
+  EXPECT_EQ(back->GetValue(u"a"), Variant(1));
+  ss->put_Value(u"\u4e2d!");  // outside the code page
+  ss->Save(u"page.txt", true);
+  ss->Load(u"page.txt", true);
+  EXPECT_EQ(ss->PageText(), u"\u4e2d!" + AwkwardPage() + u"?!");
+  ss->Save(u"new.txt", true);
+  ss->Save(u"page.txt");
+  EXPECT_EQ(FileBytes(fs.fs.get(), "page.txt"), FileBytes(fs.fs.get(), "new.txt"));
+}
+
+// A file system on which every read fails as an unreadable file does.
+struct UnreadableFs : FileSystemWrapper {
+  using FileSystemWrapper::FileSystemWrapper;
+  FileStatus ReadFile(const std::string& p, std::string*) override { return PosixError(p, EACCES); }
+};
+
+TEST(StorageStringFiles, FailuresLeaveThePageAndTheFile) {
+  MemFs fs;
+  ASSERT_TRUE(fs->WriteFile("a.txt", "new", false).ok());
+  ASSERT_TRUE(fs->CreateDir("dir").ok() && fs->WriteFile("dir/f", "x", false).ok());
+  auto bound = MakeRef<DynamicObject>();
+  struct Row { const char16_t* name; bool unreadable; std::int32_t number; bool governed_by_switch; };
+  for (const Row& r : {Row{u"missing.txt", false, err::kFileNotFound, true},
+                       Row{u"dir", false, err::kPathFileAccessError, false},
+                       Row{u"a.txt", true, err::kPermissionDenied, false}}) {
+    SCOPED_TRACE(ToUtf8(r.name));
+    if (r.unreadable) SetFileSystem(std::make_shared<UnreadableFs>(fs.fs));
+    auto ss = Page(u"page");
+    EXPECT_SS_ERROR(ss->Load(r.name), r.number, u"Load");
+    EXPECT_EQ(ss->PageText(), u"page");
+    bound->Put(u"Value", u"page");
+    ss->putref_BoundObject(bound);
+    bound->Put(u"Value", u"stale");
+    RaiseSwitchOff off;
+    if (r.governed_by_switch) {
+      EXPECT_TRUE(ss->Load(r.name).IsEmpty());
+      EXPECT_EQ(*bound->Find(u"Value"), Variant(u"page"));  // still pushed
+    } else {
+      EXPECT_SS_ERROR(ss->Load(r.name), r.number, u"Load");
+    }
+    SetFileSystem(fs.fs);
+  }
+  auto faulty = std::make_shared<FaultInjectingFileSystem>(fs.fs);
+  SetFileSystem(faulty);
+  auto ss = Page(u"replacement");
+  faulty->FailNth(FaultInjectingFileSystem::Op::kRename, 1, EIO);
+  EXPECT_SS_ERROR(ss->Save(u"a.txt"), err::kDeviceIOError, u"Save");
+  EXPECT_EQ(FileBytes(fs.fs.get(), "a.txt"), "new");
+  std::vector<std::string> names;
+  ASSERT_TRUE(fs->GetChildren(".", &names).ok());
+  EXPECT_EQ(names.size(), 2u) << "no temporary file is left";
+  EXPECT_SS_ERROR(ss->Save(u"dir"), err::kPathFileAccessError, u"Save");
+  EXPECT_SS_ERROR(ss->Save(u"nowhere/f.txt"), err::kPathNotFound, u"Save");
+  EXPECT_SS_ERROR(ss->Save(u""), err::kBadFileNameOrNumber, u"Save");
+
+  ss->put_Protect(true);  // protection guards Load and Value, not Save
+  EXPECT_SS_ERROR(ss->Load(u"a.txt"), Lib(ErrDirectStringAccess), u"Load");
+  ss->Save(u"a.txt");
+  RaiseSwitchOff off;
+  ss->put_Value(u"forced");  // goes on as if unprotected
+  ss->Load(u"a.txt");
+  EXPECT_EQ(ss->PageText() + FromUtf8(FileBytes(fs.fs.get(), "a.txt")), u"forcedreplacement");
+}
+
+TEST(StorageStringFiles, RealFilesWithUtf8NamesAndAHundredMillionCharacters) {
+  testing::PlatformTempDir dir;
+  ASSERT_FALSE(dir.path().empty());
+  const std::string path = dir / "s\u00e4ve \u20ac.txt";
+  {
+    std::ofstream out(path, std::ios::binary);
+    const std::string chunk(1'000'000, 'a');
+    for (int i = 0; i < 100; ++i) out << chunk;
+    out << "\r\nend";
+  }
+  auto ss = KivStorageString::Create();
+  ss->Load(FromUtf8(path));
+  EXPECT_EQ(ss->PageText().size(), 100'000'005u);
+  EXPECT_EQ(ss->FetchLine(2) + ToString(ss->get_LineCount()), u"end2");
+  ss->put_Cursor(INT32_MAX);
+  EXPECT_EQ(ss->get_Cursor(), 100'000'005);
+  EXPECT_EQ(ss->Find(u"end", false), 100'000'003);
+  EXPECT_EQ(ss->Replace(u"aaaa", u"b", false, true, true), 25'000'000);  // whole, in one pass
+  EXPECT_EQ(ss->PageText().substr(24'999'999), u"b\r\nend");
+  EXPECT_EQ(ss->get_Cursor(), 25'000'001);
+  ss->put_Value(AwkwardPage());
+  ss->Save(FromUtf8(path));
+  ss->Save(FromUtf8(path), true);
+  ss->Load(FromUtf8(path));
+  EXPECT_EQ(ss->PageText(), AwkwardPage() + AwkwardPage());
+}
+
+TEST(StorageStringValue, WritesTextOrImportsStores) {
+  auto form = MakeRef<DynamicObject>(u"Form");  // another class: its default property
+  form->Put(u"Value", u"from the form");
+  auto ss = KivStorageString::Create();
+  String texts;
+  for (const Variant& v : {Variant(u"KivStorageString"), Variant(12), Variant(true), Variant(), Variant(form)}) {
+    ss->put_Value(v);
+    texts += ss->PageText() + u"|";
+  }
+  EXPECT_EQ(texts, u"KivStorageString|12|True||from the form|");
+  EXPECT_SS_ERROR(ss->put_Value(Variant::Null()), err::kInvalidUseOfNull, u"Value (Let)");
+  EXPECT_EQ(ss->PageText(), u"from the form");
+  auto source = KivStorageString::Create();
+  source->put_PageName(u"P1");
+  source->AddPage(u"P2");
+  source->SetValue(u"b", 2);
+  source->put_Page(1);
+  ss->put_Value(source->StdInterface());
+  EXPECT_EQ(Strings(ss->GetPageNames()), (std::vector<String>{u"P1", u"P2"}));
+  EXPECT_EQ(ss->GetValue(u"b"), Variant(2));  // page 2 is current in the copy only
+  EXPECT_EQ(source->get_Page(), Variant(1));
+
+}
+
+TEST(StorageStringStdInterface, SectionsArePagesAndVersionIsReported) {
+  auto ss = KivStorageString::Create();
+  Ref<TarvoStdInterface> std_if = RefCast<TarvoStdInterface>(ss->QueryInterface(u"tarvostdinterface"));
+  ASSERT_TRUE(std_if);
+  std_if->put_Path(u"C:\\x");  // ignored
+  std_if->put_Section(u"Settings");
+  std_if->put_Section(u"");
+  std_if->SetValue(u"List", SafeArray::OfStrings({u"1", u"2"}));
+  ss->put_Page(1);
+  std_if->put_Section(u"Settings");
+  EXPECT_EQ(ss->get_Page(), Variant(2));
+  EXPECT_EQ(std_if->GetValue(u"List"), Longs({1, 2}));
+  EXPECT_EQ(std_if->GetValue(u"none"), Variant(u""));  // not the missing-argument value
+  std_if->put_Section(u"settings");  // exact names: a new page
+  EXPECT_EQ(std_if->get_Path() + std_if->get_Section() + ToString(ss->get_PageCount()), u"settings3");
+  ss->put_MultiPage(false);
+  EXPECT_SS_ERROR(std_if->put_Section(u"Settings"), Lib(ErrSinglePageMode), u"Page (Let)",
+                  u"TarvoStdInterface_Section (Let)");
+  EXPECT_SS_ERROR(std_if->put_Section(u"Fresh"), Lib(ErrSinglePageMode), u"Add", u"TarvoStdInterface_Section (Let)");
+  struct Box : MessageBoxService {
+    void Show(StringView m, StringView t, std::int32_t style) override {
+      shown += String(m) + u"|" + String(t) + u"|" + ToString(style);
+    }
+    String shown;
+  };
+  auto box = std::make_shared<Box>();
+  SetMessageBoxService(box);
+  EXPECT_EQ(ss->Version(), u"2.0");
+  EXPECT_EQ(std_if->Version(true), Variant(u"2.0"));
+  EXPECT_EQ(box->shown, u"Tarvo2 - 2.0.4\rModule: KivStorageString - 2.0|Tarvo2 - Version Information|64");
+  SetMessageBoxService(nullptr);
+}
+
+TEST(StorageStringDispatch, MembersParametersAndDefaults) {
+  const TypeInfo& info = KivStorageString::Info();
+  EXPECT_TRUE(info.creatable && info.name == u"KivStorageString" && info.IdOfName(u"value") == kDispIdValue);
+  String listed;
+  for (const MemberInfo& m : info.members) {
+    listed += String(m.kind == InvokeKind::kGet   ? u"<"
+                     : m.kind == InvokeKind::kLet ? u">"
+                     : m.kind == InvokeKind::kSet ? u"=" : u"") + m.name + u" ";
+    EXPECT_FALSE(m.help.empty()) << ToUtf8(m.name);
+  }
+  EXPECT_EQ(listed,
+            u"<Value <OuterTagStart >OuterTagStart <OuterTagEnd >OuterTagEnd <InnerTagStart >InnerTagStart "
+            u"<InnerTagEnd >InnerTagEnd <ToggleValues >ToggleValues <ToggleDelimiter >ToggleDelimiter SetValue "
+            u"GetValue GetFieldNames DeleteField GetAndConcatenate Toggle <Page >Page <PageName >PageName "
+            u"<PageCount <MultiPage >MultiPage >EncryptionKey >Encrypted Clear AddPage DeletePage GetPageNames "
+            u"<BindMode >BindMode <BoundObject =BoundObject <Protect >Protect <Cursor >Cursor <LineCount "
+            u"<LineNumber >LineNumber FetchLine InsertText ExtractText <LastExtraction LookFor Find Replace Load "
+            u"Save >Value Version ");
+  const std::pair<const char16_t*, String> rows[] = {  // name, "?" when optional, "=" default
+      {u"GetValue", u"sFieldName sArrayDelim?=\t bDetectArray?=True bDetectNum?=True vReturn?"},
+      {u"Toggle", u"sFieldName?= sToggle?= sDelimiter?=\t bCaseSensitive?=True"},
+      {u"FetchLine", u"nLineNumber?=-1 bUseLastExtraction?=False"},
+      {u"Replace", u"sSearchFor?= sReplaceWith?= bStartFromCursor?=True bCaseSensitive?=True "
+                   u"bReplaceAll?=False bUseLastExtraction?=False eSearchDirection?=1"},
+      {u"Load", u"sFileName bAppend?=False"}};
+  for (const auto& [member, params] : rows) {
+    const MemberInfo* m = info.FindByName(member, InvokeKind::kMethod);
+    ASSERT_NE(m, nullptr) << ToUtf8(member);
+    String got;
+    for (const ParamInfo& p : m->params)
+      got += (got.empty() ? u"" : u" ") + p.name + (p.optional ? u"?" : u"") +
+             (p.default_value ? u"=" + ToString(*p.default_value) : u"");
+    EXPECT_EQ(got, params) << ToUtf8(member);
+  }
+  EXPECT_EQ(info.FindByName(u"Page", InvokeKind::kLet)->params[0].name, u"vNameOrNumber");
+}
+
+TEST(StorageStringDispatch, LateBoundCallsReachTheStore) {
+  Variant ss{KivStorageString::Create()};
+  EXPECT_EQ(Call(ss, u"setvalue", {u"Colour", u"Red"}), Variant(true));
+  EXPECT_EQ(Call(ss, u"GetValue", {u"Colour", Named(u"vReturn", 0)}), Variant(u"Red"));
+  EXPECT_EQ(ToString(ss), u"<\\Colour={Red};/>");  // the default property
+  Call(ss, u"AddPage", {Named(u"bMakeCurrentPage", false), Named(u"sPageName", u"Two")});
+  LetProperty(ss, u"Page", u"two");
+  EXPECT_EQ(GetProperty(ss, u"Page"), Variant(2));
+  LetProperty(ss, u"Value", u"abcabc");
+  EXPECT_EQ(Call(ss, u"Find", {u"c", Named(u"eSearchDirection", 0), Named(u"bStartFromCursor", false)}), Variant(6));
+  EXPECT_SS_ERROR(Call(ss, u"DeleteField", {u"x"}), Lib(ErrFieldNotFound), u"DeleteValue");
+  EXPECT_ERROR_NUMBER(Call(ss, u"SetValue", {u"a"}), err::kArgumentNotOptional);
+  EXPECT_ERROR_NUMBER(GetProperty(ss, u"EncryptionKey"), err::kNotSupported);
+}
+
+}  // namespace
+}  // namespace tarvo2
