@@ -4,12 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <initializer_list>
-#include <memory>
-#include <string>
-#include <utility>
-
 #include "tarvo2/library_errors.h"
 #include "tarvo2/registry_key.h"
 #include "tarvo2/registry_store.h"
@@ -20,7 +14,7 @@ namespace tarvo2 {
 // A source chain: "Tarvo2" and then the given labels.
 inline String Chain(std::initializer_list<const char16_t*> labels) {
   String s = u"Tarvo2";
-  for (const char16_t* l : labels) s += String(u"\r\n") + l;
+  for (const char16_t* l : labels) (s += u"\r\n") += l;
   return s;
 }
 
@@ -34,8 +28,7 @@ inline String Chain(std::initializer_list<const char16_t*> labels) {
 class RegistryTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    SetRegistryStore(nullptr);
-    SetRegistryLocation(":memory:");
+    SetRegistryLocation(":memory:");  // also drops any store set before
     SetRaiseErrors(true);
     keys_before_ = KivRegistryKey::LiveInstances();
   }
@@ -66,15 +59,13 @@ class RegistryTest : public ::testing::Test {
     return faults;
   }
   // The raw value as the store holds it, or {0xFFFF, ""} when missing.
-  static std::pair<std::uint32_t, std::string> Raw(const std::string& path, const std::string& name,
-                                                   RegKey root = kHKeyCurrentUser) {
+  static std::pair<std::uint32_t, std::string> Raw(const std::string& path, const std::string& name) {
     std::string data(1 << 21, '\0');
     std::uint32_t type = 0, size = static_cast<std::uint32_t>(data.size());
-    if (GetRegistryStore()->QueryValueAt(root, path.c_str(), name.c_str(), &type,
+    if (GetRegistryStore()->QueryValueAt(kHKeyCurrentUser, path.c_str(), name.c_str(), &type,
                                          reinterpret_cast<std::uint8_t*>(data.data()), &size) != 0)
       return {0xFFFF, ""};
-    data.resize(size);
-    return {type, data};
+    return {type, data.substr(0, size)};
   }
   static bool KeyExists(const std::string& path, RegKey root = kHKeyCurrentUser) {
     std::int32_t opened = -1;
@@ -82,8 +73,6 @@ class RegistryTest : public ::testing::Test {
     return opened == 0;
   }
   static std::int32_t Lib(LibraryErrorCode c) { return LibraryErrorNumber(c); }
-
- private:
   std::int64_t keys_before_ = 0;
 };
 

@@ -1,4 +1,5 @@
-// The subkeys collection: loading, order, lookup, Add and Refresh.
+// The subkeys collection (order, Item, Add, Refresh, enumeration), DeleteKey
+// and invalidation with the raise switch on and off, and object lifetime.
 #include <vector>
 
 #include "registry_test_util.h"
@@ -8,109 +9,149 @@ namespace {
 
 class SubKeysTest : public RegistryTest {
  protected:
-  static void MakeKeys(std::initializer_list<const char*> paths) {
-    for (const char* p : paths) {
-      RegKey h = 0;
-      ASSERT_EQ(GetRegistryStore()->CreateKey(kHKeyCurrentUser, p, 0x3F, &h, nullptr), 0);
-      GetRegistryStore()->CloseKey(h);
-    }
+  void SetUp() override {
+    RegistryTest::SetUp();
+    MakeKeys({"Software\\T\\beta", "Software\\T\\Alpha\\a1\\a11", "Software\\T\\Alpha\\a2", "Software\\T\\gamma"});
+    keys_ = KivRegistryKey::LiveInstances();
+    collections_ = SubKeysCollection::LiveInstances();
   }
-  static std::vector<String> Names(SubKeysCollection& c) {
-    std::vector<String> out;
-    for (const auto& k : c) out.push_back(k->get_KeyName());
-    return out;
+  void ExpectAllReleased() {
+    EXPECT_EQ(KivRegistryKey::LiveInstances(), keys_);
+    EXPECT_EQ(SubKeysCollection::LiveInstances(), collections_);
   }
+  std::int64_t keys_ = 0, collections_ = 0;
 };
 
-TEST_F(SubKeysTest, AKeyWithoutSubkeysGivesAnEmptyCollection) {
-  auto key = Key(u"Software\\Leaf");
-  auto subs = key->get_SubKeys();
-  EXPECT_EQ(subs->get_Count(), 0);
-  EXPECT_EQ(subs->begin(), subs->end());
-  int seen = 0;
-  ForEach(Variant(subs), [&](const Variant&) { ++seen; });
-  EXPECT_EQ(seen, 0);
-  EXPECT_EQ(key->get_SubKeys().get(), subs.get());  // made once
-}
-
 TEST_F(SubKeysTest, EntriesComeInTheStoresOrderAndAreFoundByPositionOrName) {
-  MakeKeys({"Software\\P\\beta", "Software\\P\\Alpha", "Software\\P\\gamma\\deep"});
-  auto subs = Key(u"Software\\P")->get_SubKeys();
-  EXPECT_EQ(Names(*subs), (std::vector<String>{u"Software\\P\\Alpha", u"Software\\P\\beta", u"Software\\P\\gamma"}));
-  EXPECT_EQ(subs->get_Item(Variant(1))->get_KeyName(), u"Software\\P\\Alpha");
+  auto key = Key(u"Software\\T");
+  auto subs = key->get_SubKeys();
+  EXPECT_EQ(key->get_SubKeys().get(), subs.get());  // made once
+  EXPECT_EQ((*subs->begin()).get(), subs->get_Item(Variant(1)).get());
   EXPECT_EQ(subs->get_Item(Variant(2.6)).get(), subs->get_Item(Variant(u"GAMMA")).get());
-  EXPECT_TRUE(subs->get_Item(Variant(u"ALPHA"))->get_IsOwned());
-  struct Row { Variant index; std::int32_t number; const char16_t* description; };
-  const Row rows[] = {{Variant(0), 9, u"Subscript out of range"},
-                      {Variant(std::int16_t{4}), 9, u"Subscript out of range"},
-                      {Variant(u"delta"), 5, u"Invalid procedure call or argument"},
-                      {Variant::Null(), 13, u"Type mismatch"}};
-  for (const Row& r : rows) {
-    SCOPED_TRACE(testing::PrintToString(r.index));
-    EXPECT_ERROR(subs->get_Item(r.index), r.number, r.description,
-                 Chain({u"Tarvo2", u"SubKeysCollection.Item (Get)"}));
+  const std::tuple<Variant, std::int32_t, const char16_t*> rows[] = {
+      {Variant(0), 9, u"Subscript out of range"}, {Variant(std::int16_t{4}), 9, u"Subscript out of range"},
+      {Variant(u"delta"), 5, u"Invalid procedure call or argument"}, {Variant::Null(), 13, u"Type mismatch"}};
+  for (const auto& [index, number, description] : rows) {
+    SCOPED_TRACE(testing::PrintToString(index));
+    EXPECT_ERROR(subs->get_Item(index), number, description, Chain({u"SubKeysCollection.Item (Get)"}));
   }
+  // Late bound: ForEach walks the entries in the store's order; Item is the default member.
+  Variant vsubs(subs);
+  std::vector<String> seen;
+  ForEach(vsubs, [&](const Variant& k) { seen.push_back(GetProperty(k, u"KeyName").AsString()); });
+  EXPECT_EQ(seen, (std::vector<String>{u"Software\\T\\Alpha", u"Software\\T\\beta", u"Software\\T\\gamma"}));
+  CallArgs beta{Variant(u"BETA")};
+  EXPECT_EQ(vsubs.AsObject()->Invoke(kDispIdValue, InvokeKind::kGet, beta), Variant(subs->get_Item(Variant(2))));
 }
 
 TEST_F(SubKeysTest, AddFindsOrCreatesOneImmediateSubkey) {
-  MakeKeys({"Software\\Q\\one"});
-  auto subs = Key(u"Software\\Q")->get_SubKeys();
-  auto one = subs->get_Item(Variant(1));
-  EXPECT_EQ(subs->Add(u"ONE").get(), one.get());
-  auto two = subs->Add(u"two");
+  auto subs = Key(u"Software\\T")->get_SubKeys();
+  EXPECT_EQ(subs->Add(u"BETA").get(), subs->get_Item(Variant(2)).get());
+  auto two = subs->Add(u"delta");
   ASSERT_TRUE(two);
-  EXPECT_TRUE(KeyExists("Software\\Q\\two"));
-  EXPECT_EQ(two->get_KeyName(), u"Software\\Q\\two");
-  EXPECT_TRUE(two->get_IsOwned());
-  EXPECT_EQ(subs->get_Item(Variant(2)).get(), two.get());
-  // Names that would not name one immediate subkey create nothing.
-  for (const String& bad : {String(), String(u"a\\b"), String(u"\\")}) {
-    SCOPED_TRACE(ToUtf8(bad));
-    EXPECT_FALSE(subs->Add(bad));
-  }
-  EXPECT_FALSE(KeyExists("Software\\Q\\a"));
-  // A key the store refuses still gets its entry; Add never raises.
-  auto refused = subs->Add(String(300, u'x'));
+  EXPECT_TRUE(KeyExists("Software\\T\\delta") && two->get_IsOwned());
+  EXPECT_EQ(two->get_KeyName(), u"Software\\T\\delta");
+  EXPECT_EQ(subs->get_Item(Variant(4)).get(), two.get());
+  for (const String& bad : {String(), String(u"a\\b"), String(u"\\")}) EXPECT_FALSE(subs->Add(bad));
+  EXPECT_FALSE(KeyExists("Software\\T\\a"));
+  auto refused = subs->Add(String(300, u'x'));  // the store refuses it: an entry all the same, no error
   ASSERT_TRUE(refused);
   EXPECT_EQ(refused->get_ErrorState(), 87);
-  EXPECT_EQ(subs->get_Count(), 3);
+  EXPECT_EQ(subs->get_Count(), 5);
 }
 
 TEST_F(SubKeysTest, RefreshInvalidatesOldEntriesAndShowsNewSubkeys) {
-  MakeKeys({"Software\\R\\old"});
-  auto subs = Key(u"Software\\R")->get_SubKeys();
+  auto subs = Key(u"Software\\T")->get_SubKeys();
   auto old = subs->get_Item(Variant(1));
-  MakeKeys({"Software\\R\\new"});
-  EXPECT_EQ(subs->get_Count(), 1);  // loaded once
+  MakeKeys({"Software\\T\\new"});
+  EXPECT_EQ(subs->get_Count(), 3);  // loaded once
   subs->Refresh();
+  EXPECT_EQ(subs->get_Count(), 4);
+  EXPECT_INVALIDATED(old->get_KeyName(), u"KivRegistryKey.KeyName (Get)");
+  EXPECT_FALSE(subs->get_Item(Variant(u"alpha"))->get_Invalidated());
+  // A key without a name lists its root; an unreadable parent lists nothing.
+  EXPECT_EQ(KivRegistryKey::Create()->get_SubKeys()->get_Item(Variant(u"Software"))->get_KeyName(), u"\\Software");
+  InstallFaults()->FailAllReads(1012);
+  subs->Refresh();
+  EXPECT_EQ(subs->get_Count(), 0);
+}
+
+TEST_F(SubKeysTest, DeleteKeyDeletesAndInvalidates) {
+  auto key = Key(u"Software\\T");
+  EXPECT_ERROR(key->DeleteKey(), Lib(ErrKeyHasSubkeys), u"Can't delete key because it's contains subkeys",
+               Chain({u"KivRegistryKey.DeleteKey"}));
+  EXPECT_FALSE(key->get_Invalidated());
+  auto subs = key->get_SubKeys();
+  auto beta = subs->get_Item(Variant(u"BETA"));
+  beta->StdInterface()->put_Section(u"sec");  // the entry is found though its name changed
+  beta->DeleteKey();
+  EXPECT_TRUE(!KeyExists("Software\\T\\beta\\sec") && KeyExists("Software\\T\\beta"));
+  EXPECT_INVALIDATED(beta->DeleteKey(), u"KivRegistryKey.DeleteKey");
   EXPECT_EQ(subs->get_Count(), 2);
-  EXPECT_TRUE(old->get_Invalidated());
-  EXPECT_ERROR(old->get_KeyName(), LibNumber(ErrObjectInvalidated), u"Object has been invalidated",
-               Chain({u"Tarvo2", u"KivRegistryKey.CheckState", u"KivRegistryKey.KeyName (Get)"}));
-  auto again = subs->get_Item(Variant(u"old"));
-  EXPECT_NE(again.get(), old.get());
-  EXPECT_FALSE(again->get_Invalidated());
-}
-
-TEST_F(SubKeysTest, AKeyWithoutNameListsItsRoot) {
-  MakeKeys({"TopLevel"});
-  auto subs = KivRegistryKey::Create()->get_SubKeys();
-  auto top = subs->get_Item(Variant(u"TopLevel"));
-  EXPECT_EQ(top->get_KeyName(), u"\\TopLevel");
-  EXPECT_EQ(top->get_ErrorState(), 161);  // the store refuses the leading "\"
-}
-
-TEST_F(SubKeysTest, AnUnreadableParentListsNothing) {
-  MakeKeys({"Software\\U\\x"});
-  auto key = Key(u"Software\\U");
-  auto faults = std::make_shared<FaultInjectingRegistryStore>(GetRegistryStore());
-  SetRegistryStore(faults);
-  faults->FailAllReads(1012);
-  EXPECT_EQ(key->get_SubKeys()->get_Count(), 0);
-  EXPECT_EQ(key->get_ErrorState(), 0);
+  auto alpha = subs->get_Item(Variant(1));
+  auto a2 = alpha->get_SubKeys()->get_Item(Variant(u"a2"));
+  auto faults = InstallFaults();
+  faults->FailAllWrites(5);  // a failed deletion keeps the object valid and owned
+  EXPECT_ERROR(a2->DeleteKey(), Lib(ErrCantWriteKey), u"Can't Write Key",
+               Chain({u"KivRegistryKey.ErrorState (Let)", u"KivRegistryKey.DeleteKey"}));
+  EXPECT_TRUE(!a2->get_Invalidated() && a2->get_IsOwned() && KeyExists("Software\\T\\Alpha\\a2"));
   faults->ClearFaults();
-  key->get_SubKeys()->Refresh();
-  EXPECT_EQ(key->get_SubKeys()->get_Count(), 1);
+  alpha->DeleteKey(true);  // depth first through its whole tree
+  EXPECT_TRUE(!KeyExists("Software\\T\\Alpha") && KeyExists("Software\\T\\gamma"));
+  EXPECT_TRUE(alpha->get_Invalidated() && a2->get_Invalidated());
+  EXPECT_EQ(subs->get_Count(), 1);
+}
+
+TEST_F(SubKeysTest, WithTheSwitchOffAnInvalidatedKeyNeverReachesTheRegistry) {
+  GetRegistryStore()->SetValue(kHKeyCurrentUser, "rootval", kRegSz, reinterpret_cast<const std::uint8_t*>("r"), 2);
+  auto parent = Key(u"Software\\T\\Alpha");
+  SetRaiseErrors(false);
+  parent->DeleteKey();  // the store refuses a key with subkeys; the object is invalidated all the same
+  EXPECT_EQ(parent->get_ErrorState(), 5);
+  EXPECT_TRUE(parent->get_Invalidated() && KeyExists("Software\\T\\Alpha\\a2"));
+  auto key = Key(u"Software\\T\\beta");
+  key->SetValue(u"rootval", Variant(u"mine"));
+  key->DeleteKey();
+  key->put_RootKey(HKEY_LOCAL_MACHINE);
+  key->put_KeyName(u"Software\\Again");
+  EXPECT_TRUE(key->SetValue(u"rootval", Variant(u"changed")));
+  EXPECT_EQ(key->GetValue(u"rootval", u"\t", true, true, Variant(u"dflt")), Variant(u"dflt"));
+  EXPECT_TRUE(key->DeleteValue(u"rootval").IsEmpty());
+  EXPECT_EQ(key->GetValueNames().Count(), 0u);
+  auto subs = key->get_SubKeys();
+  EXPECT_FALSE(subs->Add(u"Software"));
+  subs->Refresh();
+  EXPECT_EQ(subs->get_Count(), 0);
+  key->DeleteKey(true);
+  EXPECT_EQ(Raw("", "rootval").second, std::string("r\0", 2));
+  EXPECT_TRUE(KeyExists("Software\\T") && !KeyExists("Software\\Again"));
+  EXPECT_EQ(key->get_RootKey(), HKEY_CURRENT_USER);
+  EXPECT_EQ(key->get_ErrorState(), 0);
+}
+
+TEST_F(SubKeysTest, EveryObjectIsReleasedOnceTheClientLetsGo) {
+  {
+    Ref<Enumerator> e = Key(u"Software\\T")->get_SubKeys()->NewEnum();  // the key and collection go at once
+    Variant first;
+    ASSERT_TRUE(e->Next(first));  // the enumerator keeps its snapshot
+    EXPECT_EQ(GetProperty(GetProperty(first, u"SubKeys"), u"Count"), Variant(2));
+  }
+  ExpectAllReleased();
+  auto subs = Key(u"Software\\T")->get_SubKeys();  // the parent goes at once
+  subs->Add(u"c")->get_SubKeys()->Add(u"c1");
+  subs->get_Item(Variant(u"c"))->DeleteKey(true);
+  subs->get_Item(Variant(1))->get_SubKeys();
+  subs->Refresh();
+  auto entry = subs->get_Item(Variant(u"beta"));
+  EXPECT_EQ(KivRegistryKey::LiveInstances(), keys_ + 3);  // the entries, not the parent
+  EXPECT_TRUE(subs->Add(u"new") && KeyExists("Software\\T\\new"));  // the parent's location was kept
+  subs.reset();
+  EXPECT_FALSE(entry->get_IsOwned());  // its collection is gone
+  EXPECT_FALSE(entry->SetValue(u"v", Variant(1)));
+  entry.reset();
+  ExpectAllReleased();
+  Key(u"Software\\T\\Alpha")->DeleteKey(true);
+  ExpectAllReleased();
 }
 
 }  // namespace

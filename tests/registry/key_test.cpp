@@ -1,0 +1,302 @@
+// A key object: result codes and the errors they raise, how each type is
+// stored and read back, value names, defaults, Value, deletion and listing;
+// identity (RootKey, KeyName, Path, Section, refused paths), the common
+// interface, and database files that are damaged, locked by another process
+// or read-only (codes in ErrorState, no crash, nothing lost).
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+
+#include "registry_test_util.h"
+
+namespace tarvo2 {
+namespace {
+
+using KeyTest = RegistryTest;
+
+const String kWriteChain =
+    Chain({u"KivRegistryKey.ErrorState (Let)", u"KivRegistryKey.SetKeyValue", u"KivRegistryKey.SetValue"});
+const String kNoName = u"Zero Length Feild Names Are Not Allowed";
+
+TEST_F(KeyTest, StoreResultCodesAreRecordedAndTheTenKnownOnesRaise) {
+  const std::pair<std::int32_t, int> rows[] = {  // {code, library error or 0: only recorded}
+      {1, ErrBadDb}, {2, ErrBadKey}, {3, ErrCantOpenKey}, {4, ErrCantReadKey}, {5, ErrCantWriteKey},
+      {6, ErrOutOfMemory}, {7, ErrArenaTrashed}, {8, ErrAccessDenied}, {87, ErrInvalidParameters},
+      {259, ErrNoMoreItems}, {14, 0}, {234, 0}, {1009, 0}, {1011, 0}, {1013, 0}, {1018, 0}};
+  auto faults = InstallFaults();
+  auto key = Key(u"Software\\Codes");
+  for (const auto& [code, lib_code] : rows) {
+    SCOPED_TRACE(code);
+    faults->FailAllWrites(code);
+    const std::int32_t lib = Lib(static_cast<LibraryErrorCode>(lib_code));
+    if (lib_code != 0) EXPECT_ERROR(key->SetValue(u"v", Variant(1)), lib, LibraryErrorMessage(lib), kWriteChain);
+    else EXPECT_TRUE(key->SetValue(u"v", Variant(1)));  // only recorded: SetValue returns true
+    EXPECT_EQ(key->get_ErrorState(), code);
+    SetRaiseErrors(false);
+    key->ErrorStateClear();
+    EXPECT_TRUE(key->SetValue(u"v", Variant(1)));  // true: the write failed
+    EXPECT_EQ(key->get_ErrorState(), code);
+    SetRaiseErrors(true);
+  }
+  faults->ClearFaults();
+  EXPECT_FALSE(key->SetValue(u"v", Variant(1)));  // false: ErrorState is 0 again
+}
+
+TEST_F(KeyTest, ValuesAreStoredAsTextOrNativeIntegersOrNotAtAll) {
+  using B = std::string;
+  const std::tuple<Variant, std::uint32_t, std::string> rows[] = {  // type 0: not written
+      {Variant(u""), kRegSz, B("\0", 1)}, {Variant(u"\u00e9\u20ac\u03a9"), kRegSz, B("\xe9\x80?\0", 4)},
+      {Variant(true), kRegDword, B("\xff\xff\xff\xff", 4)}, {Variant(short{-2}), kRegDword, B("\xfe\xff\xff\xff", 4)},
+      {Variant(258), kRegDword, B("\x02\x01\0\0", 4)}, {Variant(3.0), kRegSz, B("3.0\0", 4)},
+      {Variant(0.1), kRegSz, B("0.1\0", 4)}, {Variant(1e20), kRegSz, B("1.0E+20\0", 8)},
+      {Variant(-2.5e-7), kRegSz, B("-2.5E-07\0", 9)},
+      {SafeArray::OfVariants({Variant(1), Variant(2.5), Variant(u"x")}), kRegSz, B("1\t2.5\tx\0", 8)},
+      {Variant::Null(), 0, ""}, {Variant(1.5f), 0, ""}, {Variant(Currency{1}), 0, ""}, {Variant(Date{2}), 0, ""},
+      {Variant(std::uint8_t{1}), 0, ""}, {SafeArray::Of(VarType::kSingle, {Variant(1.0f)}), 0, ""}};
+  auto key = Key(u"Software\\Enc");
+  int i = 0;
+  for (const auto& [value, type, bytes] : rows) {
+    SCOPED_TRACE(testing::PrintToString(value));
+    std::string name = "v" + std::to_string(i++);
+    EXPECT_FALSE(key->SetValue(FromAnsi(name), value));
+    EXPECT_EQ(Raw("Software\\Enc", name), std::make_pair(type ? type : 0xFFFFu, bytes));
+    if (value.IsDouble()) { EXPECT_EQ(key->GetValue(FromAnsi(name)), value); }  // reads back as the same Double
+  }
+  EXPECT_ERROR(key->SetValue(u"inf", Variant(std::numeric_limits<double>::infinity())),
+               Lib(ErrInvalidParameters), u"Invalid Parameters", kWriteChain);
+  EXPECT_EQ(Raw("Software\\Enc", "inf").first, 0xFFFFu);
+  // Other stored types read as Empty with -1; a number of more than four bytes is refused.
+  for (auto [name, type, data] : {std::tuple("bin", kRegBinary, "ab"), std::tuple("long", kRegDword, "12345678")})
+    GetRegistryStore()->SetValueAt(kHKeyCurrentUser, "Software\\Enc", name, type,
+                                   reinterpret_cast<const std::uint8_t*>(data), std::strlen(data));
+  EXPECT_EQ(key->GetValue(u"bin", u"\t", true, true, Variant(u"d")), Variant(u"d"));
+  EXPECT_EQ(key->get_ErrorState(), -1);
+  EXPECT_TRUE(key->GetValue(u"long").IsMissing());
+  EXPECT_EQ(key->get_ErrorState(), 234);
+  String big(1 << 20, u'x');  // read whole; the listing stops at it with 234
+  EXPECT_FALSE(key->SetValue(u"big", Variant(big)));
+  EXPECT_EQ(key->GetValue(u"big"), Variant(big));
+  EXPECT_EQ(key->GetValueNames().Count(), 12u);  // the ten written, "bin" and "long"
+  EXPECT_EQ(key->get_ErrorState(), 234);
+}
+
+TEST_F(KeyTest, NamesAreTrimmedListedInCreationOrderAndRefusedWhenTheCodePageCannotCarryThem) {
+  auto key = Key(u"Software\\Names");
+  EXPECT_FALSE(key->SetValue(u" word ", Variant(u"x")));  // listed below as "word"
+  EXPECT_ERROR(key->SetValue(u"  ", Variant(u"y")), Lib(ErrZeroLengthFieldName), kNoName,
+               Chain({u"KivRegistryKey.SetValue"}));
+  for (const String& name : {String(u"a\0b", 3), String(u"\u03a9mega"), String(u"x\U0001F600")}) {
+    SCOPED_TRACE(ToUtf8(name));
+    EXPECT_ERROR(key->SetValue(name, Variant(u"v")), Lib(ErrInvalidParameters), u"Invalid Parameters",
+                 kWriteChain);
+    EXPECT_ERROR_NUMBER(key->GetValue(name), Lib(ErrInvalidParameters));
+    EXPECT_ERROR_NUMBER(KivRegistryKey::Create()->put_KeyName(u"S\\" + name), Lib(ErrInvalidParameters));
+  }
+  EXPECT_FALSE(key->SetValue(u"tab\there\nline", Variant(u"ok")));  // control characters are ordinary
+  GetRegistryStore()->SetValueAt(kHKeyCurrentUser, "Software\\Names", "  ", kRegSz,
+                                 reinterpret_cast<const std::uint8_t*>("b"), 2);
+  SetRaiseErrors(false);  // a blank name then writes the default value
+  EXPECT_FALSE(key->SetValue(u"  ", Variant(u"y")));
+  EXPECT_EQ(Raw("Software\\Names", "").second, std::string("y\0", 2));
+  SafeArray names = key->GetValueNames();  // neither the default value nor a name of blanks
+  EXPECT_EQ(names, SafeArray::OfStrings({u"word", u"tab\there\nline"}));
+  EXPECT_EQ(names.LBound(), 0);
+  GetRegistryStore()->DeleteKey(kHKeyCurrentUser, "Software\\Names");  // cannot be opened: none, no code
+  EXPECT_EQ(key->GetValueNames().Count(), 0u);
+  EXPECT_EQ(key->get_ErrorState(), 0);
+}
+
+TEST_F(KeyTest, DefaultsStandForMissingValuesAndValueWritesUnderTheRememberedName) {
+  auto key = Key(u"Software\\Value");
+  key->SetValue(u"n", Variant(true));
+  EXPECT_EQ(key->GetValue(u"n"), Variant(std::int32_t{-1}));  // a number reads as a Long
+  Variant comma(u",");
+  key->SetValue(u"List", SafeArray::OfStrings({u"a"}), comma);  // by-reference delimiter
+  EXPECT_EQ(key->GetValue(u"nope", u"\t", true, true, Variant(42)), Variant(42));
+  EXPECT_EQ(key->get_ErrorState(), 2);
+  EXPECT_ERROR(key->GetValue(u"nope"), Lib(ErrBadKey), u"Bad Key",
+               Chain({u"KivRegistryKey.ErrorState (Let)", u"KivRegistryKey.QueryValueEx",
+                      u"KivRegistryKey.QueryValue", u"KivRegistryKey.GetValue"}));
+  key->put_Value(SafeArray::OfStrings({u"b", u"c"}));  // the missing reads left name and delimiter alone
+  EXPECT_EQ(Raw("Software\\Value", "List").second, std::string("b,c\0", 4));
+  EXPECT_EQ(key->get_Value(), Variant(SafeArray::OfStrings({u"b", u"c"})));
+  EXPECT_TRUE(key->DeleteValue(u"LIST").IsEmpty());
+  EXPECT_EQ(Raw("Software\\Value", "List").first, 0xFFFFu);
+  EXPECT_ERROR(key->put_Value(Variant(u"x")), Lib(ErrZeroLengthFieldName), kNoName,
+               Chain({u"KivRegistryKey.SetValue", u"KivRegistryKey.Import (Let)"}));
+  EXPECT_ERROR(key->DeleteValue(u"List"), Lib(ErrBadKey), u"Bad Key",
+               Chain({u"KivRegistryKey.ErrorState (Let)", u"KivRegistryKey.DeleteValue"}));
+  SetRaiseErrors(false);
+  EXPECT_TRUE(key->GetValue(u"nope").IsMissing());
+}
+
+TEST_F(KeyTest, IdentityIsAssignedOncePathNamesTheRootAndTheKeyAndSectionMovesBelowIt) {
+  auto once = KivRegistryKey::Create();
+  for (const char16_t* name : {u"", u" Software\\First ", u"Software\\Second"}) once->put_KeyName(name);
+  for (auto root : {tarvo_HKEY_LOCAL_MACHINE, tarvo_HKEY_USERS}) once->put_RootKey(root);  // does not move the key
+  EXPECT_EQ(once->StdInterface()->get_Path(), u"HKEY_LOCAL_MACHINE\\ Software\\First ");
+  EXPECT_TRUE(KeyExists(" Software\\First ") && !KeyExists("Software\\Second"));
+  const std::tuple<const char16_t*, RegRootKeyEnum, const char16_t*> rows[] = {
+      {u"HKEY_LOCAL_MACHINE/Software/App", HKEY_LOCAL_MACHINE, u"Software/App"},
+      {u"hkey_local_machine\\Software", HKEY_CURRENT_USER, u"hkey_local_machine\\Software"},
+      {u"HKEY_CLASSES_ROOT|.ext|Shell", HKEY_CLASSES_ROOT, u".ext|Shell"},
+      {u"Software\\Ver1.5", HKEY_CURRENT_USER, u"Software\\Ver1"},
+      {u"Software\\Ver1.50000", HKEY_CURRENT_USER, u"Software\\Ver1.50000"}};
+  for (const auto& [path, root, key_name] : rows) {
+    SCOPED_TRACE(ToUtf8(path));
+    auto key = KivRegistryKey::Create();
+    key->StdInterface()->put_Path(path);
+    EXPECT_EQ(key->StdInterface()->get_Path(), RootKeyName(root) + u"\\" + key_name);
+    EXPECT_TRUE(KeyExists(ToAnsi(key_name), static_cast<RegKey>(root)));
+    key->StdInterface()->put_Path(u"HKEY_USERS\\Other");  // a path is given once
+    EXPECT_EQ(key->get_KeyName(), key_name);
+  }
+  auto key = Key(u"Software\\Base");
+  auto si = key->StdInterface();
+  for (const char16_t* section : {u"  ", u"A", u"Bee", u"", u"C"}) {  // blank, append, replace, base, append
+    SCOPED_TRACE(ToUtf8(section));
+    si->put_Section(section);
+    String expected = *section == u' ' ? u"" : section;
+    EXPECT_EQ(si->get_Section(), expected);
+    EXPECT_EQ(key->get_KeyName(), expected.empty() ? String(u"Software\\Base") : u"Software\\Base\\" + expected);
+  }
+  key->put_KeyName(u"Elsewhere");  // the base stays write-once
+  si->SetValue(u"v", Variant(u"in C"));
+  EXPECT_EQ(Raw("Software\\Base\\C", "v").second, std::string("in C\0", 5));
+}
+
+TEST_F(KeyTest, KeyPathsTheStoreRefusesAreRecorded) {
+  String deep = u"k";
+  for (int i = 1; i < 600; ++i) deep += u"\\k";
+  // A refused key name that raised is not taken, so a later write writes
+  // nothing; one only recorded is taken, and the write fails on the null
+  // handle of the failed open (6).
+  const std::tuple<String, std::int32_t, bool, std::int32_t> rows[] = {
+      {deep, 87, false, 0}, {u"Software\\" + String(256, u'n'), 87, false, 0}, {u"\\Software", 161, true, 6}};
+  for (const auto& [path, code, write_fails, write_code] : rows) {
+    SCOPED_TRACE(code);
+    auto key = KivRegistryKey::Create();
+    if (code != 87) key->put_KeyName(path);
+    else EXPECT_ERROR(key->put_KeyName(path), Lib(ErrInvalidParameters), u"Invalid Parameters",
+                      Chain({u"KivRegistryKey.ErrorState (Let)", u"KivRegistryKey.CreateNewKey",
+                             u"KivRegistryKey.KeyName (Let)"}));
+    EXPECT_EQ(key->get_ErrorState(), code);
+    EXPECT_FALSE(KeyExists("k") || KeyExists("Software"));
+    SetRaiseErrors(false);
+    EXPECT_EQ(key->SetValue(u"v", Variant(1)), write_fails);
+    EXPECT_EQ(key->get_ErrorState(), write_code);
+    SetRaiseErrors(true);
+  }
+}
+
+TEST_F(KeyTest, TheCommonInterfaceForwardsWithItsLabelsAndValueImportsStores) {
+  auto key = Key(u"Software\\Std");
+  Ref<Object> view = key->QueryInterface(u"tarvostdinterface");
+  ASSERT_TRUE(view);
+  EXPECT_EQ(view->QueryInterface(u"KivRegistryKey").get(), key.get());
+  EXPECT_FALSE(key->QueryInterface(u"KivINIFileHandler"));
+  auto source = Key(u"Software\\Source");
+  EXPECT_FALSE(source->StdInterface()->SetValue(u"list", SafeArray::OfStrings({u"1", u"2"})));
+  key->put_Value(Variant(source->StdInterface()));  // a view is imported as the store itself
+  EXPECT_EQ(key->StdInterface()->GetValue(u"list"), Variant(SafeArray::Of(VarType::kLong, {Variant(1), Variant(2)})));
+  auto si = key->StdInterface();
+  EXPECT_ERROR(si->SetValue(u" ", Variant(1)), Lib(ErrZeroLengthFieldName), u"Zero Length Feild Names Are Not Allowed",
+               Chain({u"KivRegistryKey.SetValue", u"KivRegistryKey.TarvoStdInterface_SetValue"}));
+  key->DeleteKey();
+  EXPECT_INVALIDATED(si->get_Path(), u"KivRegistryKey.RootKey (Get)", u"KivRegistryKey.Path (Get)",
+                     u"KivRegistryKey.TarvoStdInterface_Path (Get)");
+  EXPECT_INVALIDATED(si->put_Section(u"S"), u"KivRegistryKey.KeyName (Get)", u"KivRegistryKey.Section (Let)",
+                     u"KivRegistryKey.TarvoStdInterface_Section (Let)");
+  EXPECT_EQ(si->Version(), Variant(u"2.0"));  // no state check
+}
+
+class StoreFilesTest : public RegistryTest {
+ protected:
+  void SetUp() override {
+    RegistryTest::SetUp();
+    char tmpl[] = "/tmp/tarvo2_regkey_XXXXXX";
+    ASSERT_NE(::mkdtemp(tmpl), nullptr);
+    dir_ = tmpl;
+    path_ = dir_ + "/registry.sqlite3";
+    SetRegistryLocation(path_);
+    Key(u"Software\\Kept")->SetValue(u"v", Variant(u"stored"));
+    SetRegistryLocation("");
+  }
+  void TearDown() override {
+    RegistryTest::TearDown();
+    std::filesystem::remove_all(dir_);
+  }
+  // The exit code of a child process, or -1.
+  static int ExitCode(pid_t pid) {
+    int status = 0;
+    return ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  std::string dir_, path_;
+};
+
+TEST_F(StoreFilesTest, DamagedFileRecordsBadDatabase) {
+  std::ofstream(path_, std::ios::binary | std::ios::trunc) << std::string(4096, 'x');
+  SetRegistryLocation(path_);
+  auto key = Key(u"Software\\Kept");
+  EXPECT_TRUE(key->SetValue(u"v", Variant(u"new")));
+  EXPECT_EQ(key->get_ErrorState(), 1009);
+  EXPECT_EQ(key->GetValue(u"v", u"\t", true, true, Variant(u"d")), Variant(u"d"));
+  EXPECT_EQ(key->GetValueNames().Count(), 0u);
+  EXPECT_EQ(key->get_SubKeys()->get_Count(), 0);
+}
+
+TEST_F(StoreFilesTest, LockHeldByAnotherProcessFailsWritesButKeepsTheValue) {
+  int ready[2], release[2];
+  ASSERT_TRUE(::pipe(ready) == 0 && ::pipe(release) == 0);
+  pid_t pid = ::fork();
+  if (pid == 0) {  // holds the write lock until told to let go
+    sqlite3* db = nullptr;
+    char c = sqlite3_open(path_.c_str(), &db) == SQLITE_OK &&
+             sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) == SQLITE_OK;
+    if (::write(ready[1], &c, 1) != 1 || ::read(release[0], &c, 1) != 1) ::_exit(2);
+    ::_exit(sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr) == SQLITE_OK ? 0 : 1);
+  }
+  char locked = 0;
+  ASSERT_TRUE(pid > 0 && ::read(ready[0], &locked, 1) == 1 && locked);
+  SetRegistryStore(OpenSqliteRegistryStore(path_, {.busy_timeout_ms = 50}));
+  auto key = Key(u"Software\\Kept");
+  EXPECT_TRUE(key->SetValue(u"v", Variant(u"during")));
+  EXPECT_EQ(key->get_ErrorState(), 1013);
+  EXPECT_EQ(key->GetValue(u"v"), Variant(u"stored"));
+  ASSERT_EQ(::write(release[1], "x", 1), 1);
+  EXPECT_EQ(ExitCode(pid), 0);
+  EXPECT_FALSE(key->SetValue(u"v", Variant(u"after")));
+  EXPECT_EQ(key->GetValue(u"v"), Variant(u"after"));
+  for (int fd : {ready[0], ready[1], release[0], release[1]}) ::close(fd);
+}
+
+TEST_F(StoreFilesTest, ReadOnlyFileReadsAndRecordsRefusedWrites) {
+  ASSERT_EQ(::chmod(path_.c_str(), 0400), 0);
+  // The superuser writes through any mode, so the check runs as another user;
+  // the child exits with 10 + the index of the first failed check.
+  pid_t pid = ::fork();
+  if (pid == 0) {
+    if (::geteuid() == 0 && (::chown(dir_.c_str(), 65534, 65534) != 0 || ::chown(path_.c_str(), 65534, 65534) != 0 ||
+                             ::setgid(65534) != 0 || ::setuid(65534) != 0))
+      ::_exit(1);
+    SetRaiseErrors(false);
+    SetRegistryLocation(path_);
+    auto key = Key(u"Software\\Kept");
+    const bool ok[] = {key->GetValue(u"v") == Variant(u"stored"), key->SetValue(u"v", Variant(u"changed")),
+                       key->get_ErrorState() == 1013, key->GetValue(u"v") == Variant(u"stored"),
+                       key->get_SubKeys()->Add(u"child")->get_ErrorState() == 1013};
+    const auto failed = std::find(std::begin(ok), std::end(ok), false) - std::begin(ok);
+    ::_exit(failed == std::ssize(ok) ? 0 : 10 + static_cast<int>(failed));
+  }
+  EXPECT_EQ(ExitCode(pid), 0) << "(10 + index of the failed check)";
+}
+
+}  // namespace
+}  // namespace tarvo2
