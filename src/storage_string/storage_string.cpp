@@ -120,7 +120,12 @@ const TypeInfo& KivStorageString::Info() {
           .Let(u"LineNumber", &S::put_LineNumber, u"Moves the cursor to a line", {P(u"nLineNumber")})
           .Method(u"FetchLine", &S::FetchLine, u"Returns one line of the page or of the last extraction",
                   {P(u"nLineNumber", -1), P(u"bUseLastExtraction", false)})
-          .Method(u"InsertText", &S::InsertText, u"Inserts text at a position", {P(u"sText"), P(u"nCursor", 0)})
+          // nCursor is optional without a default value; left out, it counts as 0.
+          .Method(u"InsertText",
+                  [](S& self, const String& text, const Variant& cursor) {
+                    self.InsertText(text, cursor.IsMissing() ? 0 : ToLong(cursor));
+                  },
+                  u"Inserts text at a position", {P(u"sText"), Opt(u"nCursor").Typed(VarType::kLong)})
           .Method(u"ExtractText", &S::ExtractText, u"Returns the text between two points",
                   {P(u"vFirstPoint"), P(u"vSecondPoint"), P(u"bStartFromCursor", false)})
           .Get(u"LastExtraction", &S::get_LastExtraction, u"The text of the last extraction")
