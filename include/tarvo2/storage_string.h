@@ -363,8 +363,9 @@ class KivStorageString : public Object {
   // Long is the position; a string is searched from s + 1 and e is the last
   // character before it (-1 when it does not occur); any other type gives
   // 0. An empty search string occurs at the search start, or nowhere when
-  // the start lies beyond the page. s = 0 or e = 0 returns "" and changes
-  // nothing. Errors: 13 (through RaiseLibraryError, so switch-dependent)
+  // the start lies beyond the page. The bounds are checked first; a pair
+  // within them with s = 0 or e = 0 returns "" and changes nothing (so an
+  // end of 0 after a start above 0 is out of bounds). Errors: 13 (through RaiseLibraryError, so switch-dependent)
   // when a point is an array (switch off: it counts as another type);
   // ErrParameterOutOfBounds unless 0 <= s <= e <= length. With the switch
   // off an out-of-bounds pair is still extracted: a start beyond the text
