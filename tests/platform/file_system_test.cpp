@@ -3,34 +3,26 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <thread>
 
 #include <gtest/gtest.h>
 
+#include "platform/platform_test_util.h"
 #include "support/platform_temp_dir.h"
 
 namespace tarvo2 {
 namespace {
 
-using Names = std::vector<std::string>;
+using testing::Names;
 
-TEST(PosixErrorTest, TranslatesErrnoToAutomationNumbers) {
-  struct Row { int err; ErrnoContext ctx; int number; };
-  const Row rows[] = {
-      {ENOENT, ErrnoContext::kAccess, 53}, {ENOENT, ErrnoContext::kCreate, 76}, {ENOTDIR, ErrnoContext::kAccess, 76},
-      {EACCES, ErrnoContext::kAccess, 70}, {EROFS, ErrnoContext::kCreate, 70},  {EISDIR, ErrnoContext::kAccess, 75},
-      {ENOSPC, ErrnoContext::kAccess, 61}, {EDQUOT, ErrnoContext::kAccess, 61}, {EIO, ErrnoContext::kAccess, 57},
-      {EEXIST, ErrnoContext::kCreate, 58}, {EMFILE, ErrnoContext::kAccess, 67}, {ENAMETOOLONG, ErrnoContext::kAccess, 52},
-  };
-  for (const Row& r : rows) {
-    SCOPED_TRACE(r.err);
-    FileStatus s = PosixError("/x", r.err, r.ctx);
-    EXPECT_EQ(s.error_number(), r.number);
-    EXPECT_NE(s.message().find("/x"), std::string::npos);
+TEST(PosixErrorTest, TranslatesErrnoByContext) {
+  using Row = std::tuple<int, ErrnoContext, int>;  // errno, context, number
+  for (auto [err, ctx, number] : {Row{ENOENT, ErrnoContext::kAccess, 53}, Row{ENOENT, ErrnoContext::kCreate, 76},
+                                  Row{ENAMETOOLONG, ErrnoContext::kAccess, 52}}) {
+    FileStatus s = PosixError("/x", err, ctx);
+    EXPECT_TRUE(s.error_number() == number && s.message().find("/x") != std::string::npos) << s.ToString();
   }
 }
 
@@ -38,15 +30,9 @@ TEST(PosixErrorTest, TranslatesErrnoToAutomationNumbers) {
 class FileSystemTest : public ::testing::TestWithParam<bool> {
  protected:
   void SetUp() override {
-    if (GetParam()) {
-      fs_ = std::shared_ptr<FileSystem>(FileSystem::Default(), [](FileSystem*) {});
-      root_ = tmp_.path();
-      ASSERT_FALSE(root_.empty());
-    } else {
-      fs_ = NewMemFileSystem();
-      root_ = "/t";
-      ASSERT_TRUE(fs_->CreateDir(root_).ok());
-    }
+    fs_ = GetParam() ? std::shared_ptr<FileSystem>(FileSystem::Default(), [](FileSystem*) {}) : NewMemFileSystem();
+    root_ = GetParam() ? tmp_.path() : "/t";
+    ASSERT_TRUE(GetParam() ? !root_.empty() : fs_->CreateDir(root_).ok());
   }
   std::string P(const std::string& name) { return root_ + "/" + name; }
   void Write(const std::string& name, const std::string& data) {
@@ -57,12 +43,7 @@ class FileSystemTest : public ::testing::TestWithParam<bool> {
     fs_->ReadFile(P(name), &s);
     return s;
   }
-  Names Children() {
-    Names names;
-    EXPECT_TRUE(fs_->GetChildren(root_, &names).ok());
-    std::sort(names.begin(), names.end());
-    return names;
-  }
+  Names Children() { return testing::Children(fs_.get(), root_); }
   FileInfo Info(const std::string& name, bool version_only = false) {
     FileInfo info;
     FileStatus s = version_only ? fs_->GetFileVersion(P(name), &info) : fs_->GetFileInfo(P(name), &info);
@@ -85,15 +66,17 @@ TEST_P(FileSystemTest, ReadWriteAppendDeleteAndTheirFailures) {
   ASSERT_TRUE(fs_->DeleteFile(P("new")).ok());
   EXPECT_FALSE(fs_->Exists(P("new")));
   std::string out;
+  std::unique_ptr<FileLock> lock;
   const std::pair<FileStatus, int> failures[] = {
       {fs_->ReadFile(P("missing"), &out), 53},         {fs_->ReadFile(root_, &out), 75},
       {fs_->WriteFile(P("nodir/f"), "1", false), 76},  {fs_->WriteFile(P("f/f"), "1", false), 76},
       {fs_->WriteFile(root_, "1", false), 75},         {fs_->DeleteFile(P("missing")), 53},
-      {fs_->CreateDir(P("f")), 58},
+      {fs_->CreateDir(P("f")), 58},                    {fs_->LockFile(P("nodir/f"), &lock), 76},
   };
   for (const auto& [status, number] : failures) EXPECT_EQ(status.error_number(), number) << status.ToString();
-  EXPECT_TRUE(out.empty());
+  ASSERT_TRUE(fs_->LockFile(P("f"), &lock).ok());
   EXPECT_EQ(Read("f"), "x");
+  EXPECT_EQ(Children(), Names{"f"});  // the lock leaves no file behind
 }
 
 TEST_P(FileSystemTest, PathExists) {
@@ -103,32 +86,28 @@ TEST_P(FileSystemTest, PathExists) {
   Write("a.ini", "");
   struct Row { std::string path; bool exists; };
   const Row rows[] = {
-      {"", false},         {P("a.ini"), true},   {P("A.INI"), false},   {P("empty"), true},    {P("empty/"), true},
-      {P("missing"), false}, {P("*.ini"), true},   {P("?.ini"), true},    {P("a*"), true},       {P("*"), true},
-      {P("x*"), false},      {P("??.ini"), false}, {P("empty/*"), false}, {P("blank/*"), false}, {P("blank/  "), false},
-      {P("nodir/*"), false}, {P("a.ini/x"), false},
+      {"", false},           {P("a.ini"), true},   {P("A.INI"), false},   {P("empty/"), true},   {P("missing"), false},
+      {P("*.ini"), true},    {P("?.ini"), true},   {P("*"), true},        {P("x*"), false},      {P("??.ini"), false},
+      {P("empty/*"), false}, {P("blank/*"), false}, {P("blank/  "), false}, {P("a.ini/x"), false},
   };
   for (const Row& r : rows) EXPECT_EQ(fs_->PathExists(r.path), r.exists) << r.path;
 }
 
 TEST_P(FileSystemTest, FileInfoAndFileVersionTrackChanges) {
-  EXPECT_FALSE(Info("f").exists);
-  EXPECT_FALSE(Info("f", true).exists);
+  EXPECT_FALSE(Info("f").exists || Info("f", true).exists);
   Write("f", "one");
   FileInfo a = Info("f");
   EXPECT_TRUE(a.exists && !a.is_directory && a.size == 3);
   ASSERT_TRUE(fs_->ReplaceFileAtomically(P("f"), "two").ok());
   FileInfo b = Info("f"), b_version = Info("f", true);
   EXPECT_NE(a.inode, b.inode);  // a new file took the old one's place
-  EXPECT_FALSE(a.SameVersion(b));
-  EXPECT_TRUE(b_version.SameVersion(b));
+  EXPECT_TRUE(!a.SameVersion(b) && b_version.SameVersion(b));
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
   Write("f", "six");
   FileInfo c = Info("f"), c_version = Info("f", true);
   EXPECT_EQ(b.inode, c.inode);
-  EXPECT_FALSE(b.SameVersion(c));  // same size and inode, newer time
+  EXPECT_FALSE(b.SameVersion(c) || c_version.SameVersion(b_version));  // same size and inode, newer time
   EXPECT_TRUE(c_version.SameVersion(c));
-  EXPECT_FALSE(c_version.SameVersion(b_version));
 }
 
 TEST_P(FileSystemTest, AtomicReplaceKeepsModeAndRefusesWhatItCannotReplace) {
@@ -140,9 +119,8 @@ TEST_P(FileSystemTest, AtomicReplaceKeepsModeAndRefusesWhatItCannotReplace) {
   ASSERT_TRUE(fs_->ReplaceFileAtomically(P("created"), "c").ok());
   Write("ro", "old");
   ASSERT_TRUE(fs_->ChangeMode(P("ro"), 0444).ok());
-  EXPECT_EQ(fs_->ReplaceFileAtomically(P("ro"), "new").error_number(), 70);
-  EXPECT_EQ(fs_->ReplaceFileAtomically(root_, "x").error_number(), 75);
-  EXPECT_EQ(fs_->ReplaceFileAtomically(P("nodir/f"), "x").error_number(), 76);
+  const std::pair<std::string, int> refused[] = {{P("ro"), 70}, {root_, 75}, {P("nodir/f"), 76}};
+  for (const auto& [path, number] : refused) EXPECT_EQ(fs_->ReplaceFileAtomically(path, "x").error_number(), number);
   EXPECT_EQ(Read("ro"), "old");
   EXPECT_EQ(Children(), (Names{"created", "f", "ro"}));  // no temporary file left
 }
@@ -159,49 +137,24 @@ TEST_P(FileSystemTest, InjectedFaultsLeaveTheOldFile) {
     EXPECT_EQ(Children(), Names{"f"});
   }
   faulty->FailNth(Op::kWrite, 2, EIO);  // only the second write fails
-  EXPECT_TRUE(faulty->WriteFile(P("g"), "1", false).ok());
-  EXPECT_FALSE(faulty->WriteFile(P("g"), "2", false).ok());
-  EXPECT_TRUE(faulty->WriteFile(P("g"), "3", false).ok());
+  std::string results;
+  for (const char* data : {"1", "2", "3"}) results += faulty->WriteFile(P("g"), data, false).ok() ? "ok " : "failed ";
+  EXPECT_EQ(results, "ok failed ok ");
   EXPECT_EQ(Read("g"), "3");
 }
 
-TEST_P(FileSystemTest, LockIsExclusiveAndLeavesTheFileAlone) {
-  Write("f", "data");
-  std::unique_ptr<FileLock> first;
-  ASSERT_TRUE(fs_->LockFile(P("f"), &first).ok());
-  std::atomic<bool> acquired{false};
-  std::thread other([&] {
-    std::unique_ptr<FileLock> second;
-    EXPECT_TRUE(fs_->LockFile(P("f"), &second).ok());
-    acquired = true;
-  });
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  EXPECT_FALSE(acquired);
-  first.reset();
-  other.join();
-  EXPECT_TRUE(acquired);
-  EXPECT_EQ(Read("f"), "data");
-  EXPECT_EQ(fs_->LockFile(P("nodir/f"), &first).error_number(), 76);
+TEST_P(FileSystemTest, AtomicReplaceWritesThroughSymbolicLinks) {
+  if (!GetParam()) GTEST_SKIP() << "the in-memory file system has no links";
+  Write("t.ini", "old");
+  ASSERT_EQ(::symlink("t.ini", P("link").c_str()) | ::symlink("link", P("link2").c_str()), 0);
+  ASSERT_TRUE(fs_->ReplaceFileAtomically(P("link2"), "new").ok());
+  struct stat st;
+  EXPECT_TRUE(::lstat(P("link2").c_str(), &st) == 0 && S_ISLNK(st.st_mode));
+  EXPECT_EQ(Read("t.ini"), "new");
 }
 
 INSTANTIATE_TEST_SUITE_P(PosixAndMemory, FileSystemTest, ::testing::Bool(),
                          [](const auto& info) { return info.param ? "Posix" : "Memory"; });
-
-TEST(PosixFileSystemTest, ReplaceWritesThroughSymbolicLinks) {
-  testing::PlatformTempDir tmp;
-  FileSystem* fs = FileSystem::Default();
-  ASSERT_TRUE(fs->CreateDir(tmp / "real").ok());
-  ASSERT_TRUE(fs->WriteFile(tmp / "real/t.ini", "old", false).ok());
-  ASSERT_EQ(::symlink("real/t.ini", (tmp / "link").c_str()), 0);
-  ASSERT_EQ(::symlink("link", (tmp / "link2").c_str()), 0);
-  ASSERT_TRUE(fs->ReplaceFileAtomically(tmp / "link2", "new").ok());
-  struct stat st;
-  ASSERT_EQ(::lstat((tmp / "link2").c_str(), &st), 0);
-  EXPECT_TRUE(S_ISLNK(st.st_mode));
-  std::string out;
-  ASSERT_TRUE(fs->ReadFile(tmp / "real/t.ini", &out).ok());
-  EXPECT_EQ(out, "new");
-}
 
 }  // namespace
 }  // namespace tarvo2
