@@ -29,6 +29,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/registry_store_names.h"
@@ -149,6 +150,28 @@ std::string ColumnBytes(sqlite3_stmt* stmt, int column) {
   return std::string(static_cast<const char*>(p), static_cast<std::size_t>(n));
 }
 
+// A value's data, bound without a copy: it outlives the statement's use.
+struct ValueData {
+  const std::uint8_t* bytes;
+  std::uint32_t size;
+};
+
+// Bind one statement parameter and return the SQLite code. Only a value's
+// data can be too big to bind; ids, numbers and names are small, so their
+// binding is taken to work.
+int BindParam(sqlite3_stmt* stmt, int index, std::int64_t number) {
+  sqlite3_bind_int64(stmt, index, number);
+  return SQLITE_OK;
+}
+int BindParam(sqlite3_stmt* stmt, int index, std::string_view bytes) {
+  BindBytes(stmt, index, bytes);
+  return SQLITE_OK;
+}
+int BindParam(sqlite3_stmt* stmt, int index, ValueData data) {
+  if (data.size == 0) return sqlite3_bind_zeroblob(stmt, index, 0);
+  return sqlite3_bind_blob64(stmt, index, data.bytes, data.size, SQLITE_STATIC);
+}
+
 class SqliteRegistryStore final : public RegistryStore {
  public:
   SqliteRegistryStore(const std::string& path,
@@ -199,7 +222,9 @@ class SqliteRegistryStore final : public RegistryStore {
                     const SqliteRegistryOptions& options);
 
   // The handle table. Requires mu_ held.
-  bool Lookup(RegKey key, Handle* handle) const;
+  // kErrorSuccess with the handle's entry in *handle; else the store's open
+  // failure, or kErrorInvalidHandle when `key` is no handle.
+  std::int32_t Lookup(RegKey key, Handle* handle) const;
   RegKey AddHandle(std::int64_t key_id, std::uint32_t access);
 
   // The cached statement for `sql` (a string literal), or null with the
@@ -211,13 +236,48 @@ class SqliteRegistryStore final : public RegistryStore {
   // Maps a SQLite failure inside the running transaction to a result code.
   std::int32_t StoreError(int rc) const;
 
-  // Run `body` (returning a result code) inside a transaction; a nonzero
-  // code rolls the transaction back.
+  // Run `body` (returning a result code) inside a read or, when `write`, a
+  // write transaction; a nonzero code rolls the transaction back.
   template <typename Body>
-  std::int32_t Read(Body body);
-  template <typename Body>
-  std::int32_t Write(Body body);
+  std::int32_t Transaction(bool write, Body body);
   std::int32_t Finish(std::int32_t code);
+
+  // The start of every call on a handle: takes mu_, checks the store and
+  // `key` (see Lookup) and then returns `body(handle)`.
+  template <typename Body>
+  std::int32_t OnHandle(RegKey key, Body body);
+  // The same for a call on a subkey path: also checks `subkey` (null for
+  // none) and returns `body(handle, parts)`, `parts` being its names.
+  template <typename Body>
+  std::int32_t OnPath(RegKey key, const char* subkey, Body body);
+  // Runs `body(depth)` inside a read (or a write) transaction once the key
+  // row `key_id` is found, `depth` being its depth below a root; without
+  // the row the result is kErrorKeyDeleted.
+  template <typename Body>
+  std::int32_t OnKey(bool write, std::int64_t key_id, Body body);
+  // The start of QueryValueAt and SetValueAt, which give what OpenKey of
+  // `subkey` below `parent`, a call on the handle opened and CloseKey would:
+  // takes mu_, checks the store, `parent` and `subkey`, and returns
+  // `body(handle, parts, open_failed)`, `parts` being the subkey's names.
+  // `open_failed(code)` is the result when the open fails with `code`: it
+  // goes to *open_result, and the call on the null handle then fails with
+  // kErrorInvalidParameter for `bad_args`, else with kErrorInvalidHandle
+  // (or with the store's own failure when the database could not be
+  // opened).
+  template <typename Body>
+  std::int32_t OnSubkey(RegKey parent, const char* subkey, bool bad_args,
+                        std::int32_t* open_result, Body body);
+
+  // Steps the cached statement `sql` (a string literal) once, with `params`
+  // bound to ?1, ?2, ... (see BindParam). When it gives a row `row(stmt)`
+  // reads it and the result is kErrorSuccess; when it gives none the result
+  // is `no_row`; a failed bind or step gives the store failure.
+  template <typename Row, typename... Params>
+  std::int32_t QueryRow(const char* sql, std::int32_t no_row, Row row,
+                        const Params&... params);
+  // Runs the cached statement `sql`, a change that gives no rows.
+  template <typename... Params>
+  std::int32_t Change(const char* sql, const Params&... params);
 
   // Helpers for use inside a transaction. Each returns kErrorSuccess, the
   // code named, or a store failure.
@@ -272,21 +332,14 @@ std::int32_t SqliteRegistryStore::Open(const std::string& path,
 
   // Reading the header tells a database from any other file.
   std::int64_t version = 0, app_id = 0;
-  {
-    sqlite3_stmt* stmt = Statement("PRAGMA user_version", &rc);
+  for (auto [sql, value] : {std::pair{"PRAGMA user_version", &version},
+                            std::pair{"PRAGMA application_id", &app_id}}) {
+    sqlite3_stmt* stmt = Statement(sql, &rc);
     if (stmt == nullptr) return OpenError(rc);
     StatementScope scope(stmt);
     rc = sqlite3_step(stmt);
     if (rc != SQLITE_ROW) return OpenError(rc);
-    version = sqlite3_column_int64(stmt, 0);
-  }
-  {
-    sqlite3_stmt* stmt = Statement("PRAGMA application_id", &rc);
-    if (stmt == nullptr) return OpenError(rc);
-    StatementScope scope(stmt);
-    rc = sqlite3_step(stmt);
-    if (rc != SQLITE_ROW) return OpenError(rc);
-    app_id = sqlite3_column_int64(stmt, 0);
+    *value = sqlite3_column_int64(stmt, 0);
   }
   if (version != 0 && (version != kSchemaVersion || app_id != kApplicationId))
     return kErrorBadDatabase;  // a newer registry, or another program's file
@@ -349,17 +402,9 @@ std::int32_t SqliteRegistryStore::StoreError(int rc) const {
 }
 
 template <typename Body>
-std::int32_t SqliteRegistryStore::Read(Body body) {
-  writing_ = false;
-  int rc = Exec("BEGIN DEFERRED");
-  if (rc != SQLITE_OK) return StoreError(rc);
-  return Finish(body());
-}
-
-template <typename Body>
-std::int32_t SqliteRegistryStore::Write(Body body) {
-  writing_ = true;
-  int rc = Exec("BEGIN IMMEDIATE");
+std::int32_t SqliteRegistryStore::Transaction(bool write, Body body) {
+  writing_ = write;
+  int rc = Exec(write ? "BEGIN IMMEDIATE" : "BEGIN DEFERRED");
   if (rc != SQLITE_OK) return StoreError(rc);
   return Finish(body());
 }
@@ -374,15 +419,90 @@ std::int32_t SqliteRegistryStore::Finish(std::int32_t code) {
   return code;
 }
 
-bool SqliteRegistryStore::Lookup(RegKey key, Handle* handle) const {
+template <typename Body>
+std::int32_t SqliteRegistryStore::OnHandle(RegKey key, Body body) {
+  std::lock_guard<std::mutex> lock(mu_);
+  Handle handle;
+  std::int32_t code = Lookup(key, &handle);
+  return code != kErrorSuccess ? code : body(handle);
+}
+
+template <typename Body>
+std::int32_t SqliteRegistryStore::OnPath(RegKey key, const char* subkey,
+                                         Body body) {
+  return OnHandle(key, [&](const Handle& handle) {
+    std::vector<std::string_view> parts;
+    std::int32_t code = SplitKeyPath(subkey ? subkey : "", &parts);
+    return code != kErrorSuccess ? code : body(handle, parts);
+  });
+}
+
+template <typename Body>
+std::int32_t SqliteRegistryStore::OnSubkey(RegKey parent, const char* subkey,
+                                           bool bad_args,
+                                           std::int32_t* open_result,
+                                           Body body) {
+  if (open_result != nullptr) *open_result = kErrorSuccess;
+  std::lock_guard<std::mutex> lock(mu_);
+  auto open_failed = [&](std::int32_t code) {
+    if (open_result != nullptr) *open_result = code;
+    if (bad_args) return kErrorInvalidParameter;
+    return open_result_ != kErrorSuccess ? open_result_ : kErrorInvalidHandle;
+  };
+  Handle handle;
+  std::vector<std::string_view> parts;
+  std::int32_t code = Lookup(parent, &handle);
+  if (code == kErrorSuccess) code = SplitKeyPath(subkey ? subkey : "", &parts);
+  if (code != kErrorSuccess) return open_failed(code);
+  return body(handle, parts, open_failed);
+}
+
+template <typename Body>
+std::int32_t SqliteRegistryStore::OnKey(bool write, std::int64_t key_id,
+                                        Body body) {
+  auto run = [&] {
+    std::int64_t depth = 0;
+    std::int32_t code = LoadKey(key_id, &depth);
+    return code != kErrorSuccess ? code : body(depth);
+  };
+  return Transaction(write, run);
+}
+
+template <typename Row, typename... Params>
+std::int32_t SqliteRegistryStore::QueryRow(const char* sql, std::int32_t no_row,
+                                           Row row, const Params&... params) {
+  int rc = SQLITE_OK;
+  sqlite3_stmt* stmt = Statement(sql, &rc);
+  if (stmt == nullptr) return StoreError(rc);
+  StatementScope scope(stmt);
+  int index = 0;
+  // Binds in order and stops at the first failure.
+  ((rc = rc == SQLITE_OK ? BindParam(stmt, ++index, params) : rc), ...);
+  if (rc != SQLITE_OK) return StoreError(rc);
+  rc = sqlite3_step(stmt);
+  if (rc == SQLITE_DONE) return no_row;
+  if (rc != SQLITE_ROW) return StoreError(rc);
+  row(stmt);
+  return kErrorSuccess;
+}
+
+template <typename... Params>
+std::int32_t SqliteRegistryStore::Change(const char* sql,
+                                         const Params&... params) {
+  return QueryRow(
+      sql, kErrorSuccess, [](sqlite3_stmt*) {}, params...);
+}
+
+std::int32_t SqliteRegistryStore::Lookup(RegKey key, Handle* handle) const {
+  if (open_result_ != kErrorSuccess) return open_result_;
   if (IsRootHandle(key)) {
     *handle = {kFirstRootId + (key - kHKeyClassesRoot), kKeyAllAccess};
-    return true;
+    return kErrorSuccess;
   }
   auto it = handles_.find(key);
-  if (it == handles_.end()) return false;
+  if (it == handles_.end()) return kErrorInvalidHandle;
   *handle = it->second;
-  return true;
+  return kErrorSuccess;
 }
 
 RegKey SqliteRegistryStore::AddHandle(std::int64_t key_id,
@@ -401,34 +521,19 @@ RegKey SqliteRegistryStore::AddHandle(std::int64_t key_id,
 
 std::int32_t SqliteRegistryStore::LoadKey(std::int64_t id,
                                           std::int64_t* depth) {
-  int rc = SQLITE_OK;
-  sqlite3_stmt* stmt =
-      Statement("SELECT depth FROM reg_keys WHERE id = ?1", &rc);
-  if (stmt == nullptr) return StoreError(rc);
-  StatementScope scope(stmt);
-  sqlite3_bind_int64(stmt, 1, id);
-  rc = sqlite3_step(stmt);
-  if (rc == SQLITE_DONE) return kErrorKeyDeleted;
-  if (rc != SQLITE_ROW) return StoreError(rc);
-  *depth = sqlite3_column_int64(stmt, 0);
-  return kErrorSuccess;
+  return QueryRow(
+      "SELECT depth FROM reg_keys WHERE id = ?1", kErrorKeyDeleted,
+      [&](sqlite3_stmt* stmt) { *depth = sqlite3_column_int64(stmt, 0); }, id);
 }
 
 std::int32_t SqliteRegistryStore::FindChild(std::int64_t parent,
                                             std::string_view name,
                                             std::int64_t* child) {
-  int rc = SQLITE_OK;
-  sqlite3_stmt* stmt = Statement(
-      "SELECT id FROM reg_keys WHERE parent = ?1 AND fold = ?2", &rc);
-  if (stmt == nullptr) return StoreError(rc);
-  StatementScope scope(stmt);
-  sqlite3_bind_int64(stmt, 1, parent);
-  BindBytes(stmt, 2, FoldName(name));
-  rc = sqlite3_step(stmt);
-  if (rc == SQLITE_DONE) return kErrorFileNotFound;
-  if (rc != SQLITE_ROW) return StoreError(rc);
-  *child = sqlite3_column_int64(stmt, 0);
-  return kErrorSuccess;
+  return QueryRow(
+      "SELECT id FROM reg_keys WHERE parent = ?1 AND fold = ?2",
+      kErrorFileNotFound,
+      [&](sqlite3_stmt* stmt) { *child = sqlite3_column_int64(stmt, 0); },
+      parent, FoldName(name));
 }
 
 std::int32_t SqliteRegistryStore::Resolve(
@@ -455,19 +560,11 @@ std::int32_t SqliteRegistryStore::ResolveOrCreate(
     std::int32_t code = FindChild(current, part, &current);
     if (code == kErrorSuccess) continue;
     if (code != kErrorFileNotFound) return code;
-    int rc = SQLITE_OK;
-    sqlite3_stmt* stmt = Statement(
+    code = Change(
         "INSERT INTO reg_keys(parent, name, fold, depth) "
         "VALUES(?1, ?2, ?3, ?4)",
-        &rc);
-    if (stmt == nullptr) return StoreError(rc);
-    StatementScope scope(stmt);
-    sqlite3_bind_int64(stmt, 1, current);
-    BindBytes(stmt, 2, part);
-    BindBytes(stmt, 3, FoldName(part));
-    sqlite3_bind_int64(stmt, 4, depth);
-    rc = sqlite3_step(stmt);
-    if (rc != SQLITE_DONE) return StoreError(rc);
+        current, part, FoldName(part), depth);
+    if (code != kErrorSuccess) return code;
     current = sqlite3_last_insert_rowid(db_);
     *created = true;
   }
@@ -479,28 +576,20 @@ std::int32_t SqliteRegistryStore::FetchValue(std::int64_t key_id,
                                              const std::string& fold,
                                              std::uint32_t* type,
                                              std::string* data) {
-  int rc = SQLITE_OK;
-  sqlite3_stmt* stmt = Statement(
+  return QueryRow(
       "SELECT type, data FROM reg_values WHERE key_id = ?1 AND fold = ?2",
-      &rc);
-  if (stmt == nullptr) return StoreError(rc);
-  StatementScope scope(stmt);
-  sqlite3_bind_int64(stmt, 1, key_id);
-  BindBytes(stmt, 2, fold);
-  rc = sqlite3_step(stmt);
-  if (rc == SQLITE_DONE) return kErrorFileNotFound;
-  if (rc != SQLITE_ROW) return StoreError(rc);
-  *type = static_cast<std::uint32_t>(sqlite3_column_int64(stmt, 0));
-  *data = ColumnBytes(stmt, 1);
-  return kErrorSuccess;
+      kErrorFileNotFound,
+      [&](sqlite3_stmt* stmt) {
+        *type = static_cast<std::uint32_t>(sqlite3_column_int64(stmt, 0));
+        *data = ColumnBytes(stmt, 1);
+      },
+      key_id, fold);
 }
 
 std::int32_t SqliteRegistryStore::DeniedWrite(const Handle& handle) {
   // A deleted key is reported as such even through a read-only handle.
-  std::int32_t code = Read([&] {
-    std::int64_t depth;
-    return LoadKey(handle.key_id, &depth);
-  });
+  std::int32_t code =
+      OnKey(false, handle.key_id, [](std::int64_t) { return kErrorSuccess; });
   return code != kErrorSuccess ? code : kErrorAccessDenied;
 }
 
@@ -510,35 +599,32 @@ std::int32_t SqliteRegistryStore::CreateKey(RegKey parent, const char* subkey,
                                             std::uint32_t* disposition) {
   if (result == nullptr) return kErrorInvalidParameter;
   *result = 0;
-  std::lock_guard<std::mutex> lock(mu_);
-  if (open_result_ != kErrorSuccess) return open_result_;
-  Handle handle;
-  if (!Lookup(parent, &handle)) return kErrorInvalidHandle;
-  std::vector<std::string_view> parts;
-  std::int32_t code = SplitKeyPath(subkey ? subkey : "", &parts);
-  if (code != kErrorSuccess) return code;
-
-  // Most creates find the key in place: try that without taking the write
-  // lock, which also lets existing keys open in a read-only database.
-  std::int64_t id = 0;
-  bool created = false;
-  auto find_or_make = [&](bool make) {
-    std::int64_t depth = 0;
-    std::int32_t c = LoadKey(handle.key_id, &depth);
-    if (c != kErrorSuccess) return c;
-    if (depth + static_cast<std::int64_t>(parts.size()) >
-        static_cast<std::int64_t>(kMaxKeyDepth))
-      return kErrorInvalidParameter;
-    return make ? ResolveOrCreate(handle.key_id, depth, parts, &id, &created)
-                : Resolve(handle.key_id, parts, &id);
-  };
-  code = Read([&] { return find_or_make(false); });
-  if (code == kErrorFileNotFound) code = Write([&] { return find_or_make(true); });
-  if (code != kErrorSuccess) return code;
-  *result = AddHandle(id, access);
-  if (disposition != nullptr)
-    *disposition = created ? kRegCreatedNewKey : kRegOpenedExistingKey;
-  return kErrorSuccess;
+  return OnPath(
+      parent, subkey,
+      [&](const Handle& handle, const std::vector<std::string_view>& parts) {
+        // Most creates find the key in place: try that without taking the
+        // write lock, which also lets existing keys open in a read-only
+        // database.
+        std::int64_t id = 0;
+        bool created = false;
+        auto find_or_make = [&](bool make) {
+          return OnKey(make, handle.key_id, [&](std::int64_t depth) {
+            if (depth + static_cast<std::int64_t>(parts.size()) >
+                static_cast<std::int64_t>(kMaxKeyDepth))
+              return kErrorInvalidParameter;
+            return make ? ResolveOrCreate(handle.key_id, depth, parts, &id,
+                                          &created)
+                        : Resolve(handle.key_id, parts, &id);
+          });
+        };
+        std::int32_t code = find_or_make(false);
+        if (code == kErrorFileNotFound) code = find_or_make(true);
+        if (code != kErrorSuccess) return code;
+        *result = AddHandle(id, access);
+        if (disposition != nullptr)
+          *disposition = created ? kRegCreatedNewKey : kRegOpenedExistingKey;
+        return kErrorSuccess;
+      });
 }
 
 std::int32_t SqliteRegistryStore::OpenKey(RegKey parent, const char* subkey,
@@ -546,22 +632,17 @@ std::int32_t SqliteRegistryStore::OpenKey(RegKey parent, const char* subkey,
                                           RegKey* result) {
   if (result == nullptr) return kErrorInvalidParameter;
   *result = 0;
-  std::lock_guard<std::mutex> lock(mu_);
-  if (open_result_ != kErrorSuccess) return open_result_;
-  Handle handle;
-  if (!Lookup(parent, &handle)) return kErrorInvalidHandle;
-  std::vector<std::string_view> parts;
-  std::int32_t code = SplitKeyPath(subkey ? subkey : "", &parts);
-  if (code != kErrorSuccess) return code;
-  std::int64_t id = 0;
-  code = Read([&] {
-    std::int64_t depth;
-    std::int32_t c = LoadKey(handle.key_id, &depth);
-    return c != kErrorSuccess ? c : Resolve(handle.key_id, parts, &id);
-  });
-  if (code != kErrorSuccess) return code;
-  *result = AddHandle(id, access);
-  return kErrorSuccess;
+  return OnPath(
+      parent, subkey,
+      [&](const Handle& handle, const std::vector<std::string_view>& parts) {
+        std::int64_t id = 0;
+        std::int32_t code = OnKey(false, handle.key_id, [&](std::int64_t) {
+          return Resolve(handle.key_id, parts, &id);
+        });
+        if (code != kErrorSuccess) return code;
+        *result = AddHandle(id, access);
+        return kErrorSuccess;
+      });
 }
 
 std::int32_t SqliteRegistryStore::CloseKey(RegKey key) {
@@ -575,57 +656,40 @@ std::int32_t SqliteRegistryStore::QueryValue(RegKey key, const char* name,
                                              std::uint8_t* data,
                                              std::uint32_t* size) {
   if (data != nullptr && size == nullptr) return kErrorInvalidParameter;
-  std::lock_guard<std::mutex> lock(mu_);
-  if (open_result_ != kErrorSuccess) return open_result_;
-  Handle handle;
-  if (!Lookup(key, &handle)) return kErrorInvalidHandle;
-  const std::string fold = FoldName(name ? name : "");
-  std::uint32_t stored_type = kRegNone;
-  std::string bytes;
-  std::int32_t code = Read([&] {
-    std::int64_t depth;
-    std::int32_t c = LoadKey(handle.key_id, &depth);
-    return c != kErrorSuccess ? c
-                              : FetchValue(handle.key_id, fold, &stored_type,
-                                           &bytes);
+  return OnHandle(key, [&](const Handle& handle) {
+    const std::string fold = FoldName(name ? name : "");
+    std::uint32_t stored_type = kRegNone;
+    std::string bytes;
+    std::int32_t code = OnKey(false, handle.key_id, [&](std::int64_t) {
+      return FetchValue(handle.key_id, fold, &stored_type, &bytes);
+    });
+    return CopyValueOut(code, stored_type, &bytes, type, data, size);
   });
-  return CopyValueOut(code, stored_type, &bytes, type, data, size);
 }
 
 std::int32_t SqliteRegistryStore::QueryValueAt(
     RegKey parent, const char* subkey, const char* name, std::uint32_t* type,
     std::uint8_t* data, std::uint32_t* size, std::int32_t* open_result) {
-  if (open_result != nullptr) *open_result = kErrorSuccess;
-  std::lock_guard<std::mutex> lock(mu_);
-  // What the separate calls would give: a failed open leaves the null
-  // handle, on which the read fails with kErrorInvalidHandle (or with the
-  // store's own failure when the database could not be opened).
-  auto open_failed = [&](std::int32_t code) {
-    if (open_result != nullptr) *open_result = code;
-    if (data != nullptr && size == nullptr) return kErrorInvalidParameter;
-    return open_result_ != kErrorSuccess ? open_result_ : kErrorInvalidHandle;
-  };
-  if (open_result_ != kErrorSuccess) return open_failed(open_result_);
-  Handle handle;
-  if (!Lookup(parent, &handle)) return open_failed(kErrorInvalidHandle);
-  std::vector<std::string_view> parts;
-  std::int32_t code = SplitKeyPath(subkey ? subkey : "", &parts);
-  if (code != kErrorSuccess) return open_failed(code);
-  if (data != nullptr && size == nullptr) return kErrorInvalidParameter;
-  const std::string fold = FoldName(name ? name : "");
-  std::uint32_t stored_type = kRegNone;
-  std::string bytes;
-  bool opened = false;
-  code = Read([&] {
-    std::int64_t depth, id = 0;
-    std::int32_t c = LoadKey(handle.key_id, &depth);
-    if (c == kErrorSuccess) c = Resolve(handle.key_id, parts, &id);
-    if (c != kErrorSuccess) return c;
-    opened = true;
-    return FetchValue(id, fold, &stored_type, &bytes);
-  });
-  if (!opened) return open_failed(code);
-  return CopyValueOut(code, stored_type, &bytes, type, data, size);
+  const bool bad_args = data != nullptr && size == nullptr;
+  return OnSubkey(
+      parent, subkey, bad_args, open_result,
+      [&](const Handle& handle, const std::vector<std::string_view>& parts,
+          const auto& open_failed) {
+        if (bad_args) return kErrorInvalidParameter;
+        const std::string fold = FoldName(name ? name : "");
+        std::uint32_t stored_type = kRegNone;
+        std::string bytes;
+        bool opened = false;
+        std::int32_t code = OnKey(false, handle.key_id, [&](std::int64_t) {
+          std::int64_t id = 0;
+          std::int32_t c = Resolve(handle.key_id, parts, &id);
+          if (c != kErrorSuccess) return c;
+          opened = true;
+          return FetchValue(id, fold, &stored_type, &bytes);
+        });
+        if (!opened) return open_failed(code);
+        return CopyValueOut(code, stored_type, &bytes, type, data, size);
+      });
 }
 
 std::int32_t SqliteRegistryStore::SetValue(RegKey key, const char* name,
@@ -633,18 +697,13 @@ std::int32_t SqliteRegistryStore::SetValue(RegKey key, const char* name,
                                            const std::uint8_t* data,
                                            std::uint32_t size) {
   if (data == nullptr && size > 0) return kErrorInvalidParameter;
-  std::lock_guard<std::mutex> lock(mu_);
-  if (open_result_ != kErrorSuccess) return open_result_;
-  Handle handle;
-  if (!Lookup(key, &handle)) return kErrorInvalidHandle;
-  const std::string_view value_name = name ? name : "";
-  if (value_name.size() > kMaxValueNameLength) return kErrorInvalidParameter;
-  if ((handle.access & kKeySetValue) == 0) return DeniedWrite(handle);
-  return Write([&] {
-    std::int64_t depth;
-    std::int32_t c = LoadKey(handle.key_id, &depth);
-    if (c != kErrorSuccess) return c;
-    return PutValue(handle.key_id, value_name, type, data, size);
+  return OnHandle(key, [&](const Handle& handle) {
+    const std::string_view value_name = name ? name : "";
+    if (value_name.size() > kMaxValueNameLength) return kErrorInvalidParameter;
+    if ((handle.access & kKeySetValue) == 0) return DeniedWrite(handle);
+    return OnKey(true, handle.key_id, [&](std::int64_t) {
+      return PutValue(handle.key_id, value_name, type, data, size);
+    });
   });
 }
 
@@ -653,142 +712,96 @@ std::int32_t SqliteRegistryStore::PutValue(std::int64_t key_id,
                                            std::uint32_t type,
                                            const std::uint8_t* data,
                                            std::uint32_t size) {
-  int rc = SQLITE_OK;
   // A replaced value keeps its name's spelling and its place.
-  sqlite3_stmt* stmt = Statement(
+  return Change(
       "INSERT INTO reg_values(key_id, name, fold, type, data, seq) "
       "VALUES(?1, ?2, ?3, ?4, ?5, (SELECT COALESCE(MAX(seq), 0) + 1 "
       "FROM reg_values WHERE key_id = ?1)) "
       "ON CONFLICT(key_id, fold) DO UPDATE SET "
       "type = excluded.type, data = excluded.data",
-      &rc);
-  if (stmt == nullptr) return StoreError(rc);
-  StatementScope scope(stmt);
-  sqlite3_bind_int64(stmt, 1, key_id);
-  BindBytes(stmt, 2, value_name);
-  BindBytes(stmt, 3, FoldName(value_name));
-  sqlite3_bind_int64(stmt, 4, type);
-  rc = size == 0 ? sqlite3_bind_zeroblob(stmt, 5, 0)
-                 : sqlite3_bind_blob64(stmt, 5, data, size, SQLITE_STATIC);
-  if (rc != SQLITE_OK) return StoreError(rc);
-  rc = sqlite3_step(stmt);
-  return rc == SQLITE_DONE ? kErrorSuccess : StoreError(rc);
+      key_id, value_name, FoldName(value_name), std::int64_t{type},
+      ValueData{data, size});
 }
 
 std::int32_t SqliteRegistryStore::SetValueAt(
     RegKey parent, const char* subkey, const char* name, std::uint32_t type,
     const std::uint8_t* data, std::uint32_t size, std::int32_t* open_result) {
-  if (open_result != nullptr) *open_result = kErrorSuccess;
-  std::lock_guard<std::mutex> lock(mu_);
-  // What the separate calls would give: a failed open leaves the null
-  // handle, on which the write fails with kErrorInvalidHandle (or with the
-  // store's own failure when the database could not be opened).
-  auto open_failed = [&](std::int32_t code) {
-    if (open_result != nullptr) *open_result = code;
-    if (data == nullptr && size > 0) return kErrorInvalidParameter;
-    return open_result_ != kErrorSuccess ? open_result_ : kErrorInvalidHandle;
-  };
-  if (open_result_ != kErrorSuccess) return open_failed(open_result_);
-  Handle handle;
-  if (!Lookup(parent, &handle)) return open_failed(kErrorInvalidHandle);
-  std::vector<std::string_view> parts;
-  std::int32_t code = SplitKeyPath(subkey ? subkey : "", &parts);
-  if (code != kErrorSuccess) return open_failed(code);
-  auto resolve = [&](std::int64_t* id) {
-    std::int64_t depth;
-    std::int32_t c = LoadKey(handle.key_id, &depth);
-    return c != kErrorSuccess ? c : Resolve(handle.key_id, parts, id);
-  };
-  auto resolve_only = [&] {
-    std::int64_t id = 0;
-    return Read([&] { return resolve(&id); });
-  };
-  const std::string_view value_name = name ? name : "";
-  if ((data == nullptr && size > 0) || value_name.size() > kMaxValueNameLength) {
-    std::int32_t opened = resolve_only();
-    if (opened != kErrorSuccess) return open_failed(opened);
-    return kErrorInvalidParameter;
-  }
-  bool began = false, opened = false;
-  code = Write([&] {
-    began = true;
-    std::int64_t id = 0;
-    std::int32_t c = resolve(&id);
-    if (c != kErrorSuccess) return c;
-    opened = true;
-    return PutValue(id, value_name, type, data, size);
-  });
-  if (!began) {
-    // The write could not start (a read-only or locked database): the open
-    // alone would still have worked or failed on its own.
-    std::int32_t open_code = resolve_only();
-    return open_code != kErrorSuccess ? open_failed(open_code) : code;
-  }
-  return opened ? code : open_failed(code);
+  const bool bad_args = data == nullptr && size > 0;
+  return OnSubkey(
+      parent, subkey, bad_args, open_result,
+      [&](const Handle& handle, const std::vector<std::string_view>& parts,
+          const auto& open_failed) {
+        auto resolve_only = [&] {
+          std::int64_t id = 0;
+          return OnKey(false, handle.key_id, [&](std::int64_t) {
+            return Resolve(handle.key_id, parts, &id);
+          });
+        };
+        const std::string_view value_name = name ? name : "";
+        if (bad_args || value_name.size() > kMaxValueNameLength) {
+          std::int32_t opened = resolve_only();
+          if (opened != kErrorSuccess) return open_failed(opened);
+          return kErrorInvalidParameter;
+        }
+        bool began = false, opened = false;
+        std::int32_t code = Transaction(true, [&] {
+          began = true;
+          std::int64_t depth, id = 0;
+          std::int32_t c = LoadKey(handle.key_id, &depth);
+          if (c == kErrorSuccess) c = Resolve(handle.key_id, parts, &id);
+          if (c != kErrorSuccess) return c;
+          opened = true;
+          return PutValue(id, value_name, type, data, size);
+        });
+        if (!began) {
+          // The write could not start (a read-only or locked database): the
+          // open alone would still have worked or failed on its own.
+          std::int32_t open_code = resolve_only();
+          return open_code != kErrorSuccess ? open_failed(open_code) : code;
+        }
+        return opened ? code : open_failed(code);
+      });
 }
 
 std::int32_t SqliteRegistryStore::DeleteValue(RegKey key, const char* name) {
-  std::lock_guard<std::mutex> lock(mu_);
-  if (open_result_ != kErrorSuccess) return open_result_;
-  Handle handle;
-  if (!Lookup(key, &handle)) return kErrorInvalidHandle;
-  if ((handle.access & kKeySetValue) == 0) return DeniedWrite(handle);
-  const std::string fold = FoldName(name ? name : "");
-  return Write([&] {
-    std::int64_t depth;
-    std::int32_t c = LoadKey(handle.key_id, &depth);
-    if (c != kErrorSuccess) return c;
-    int rc = SQLITE_OK;
-    sqlite3_stmt* stmt = Statement(
-        "DELETE FROM reg_values WHERE key_id = ?1 AND fold = ?2", &rc);
-    if (stmt == nullptr) return StoreError(rc);
-    StatementScope scope(stmt);
-    sqlite3_bind_int64(stmt, 1, handle.key_id);
-    BindBytes(stmt, 2, fold);
-    rc = sqlite3_step(stmt);
-    if (rc != SQLITE_DONE) return StoreError(rc);
-    return sqlite3_changes(db_) == 0 ? kErrorFileNotFound : kErrorSuccess;
+  return OnHandle(key, [&](const Handle& handle) {
+    if ((handle.access & kKeySetValue) == 0) return DeniedWrite(handle);
+    const std::string fold = FoldName(name ? name : "");
+    return OnKey(true, handle.key_id, [&](std::int64_t) {
+      std::int32_t c =
+          Change("DELETE FROM reg_values WHERE key_id = ?1 AND fold = ?2",
+                 handle.key_id, fold);
+      if (c != kErrorSuccess) return c;
+      return sqlite3_changes(db_) == 0 ? kErrorFileNotFound : kErrorSuccess;
+    });
   });
 }
 
 std::int32_t SqliteRegistryStore::DeleteKey(RegKey key, const char* subkey) {
   if (subkey == nullptr) return kErrorInvalidParameter;
-  std::lock_guard<std::mutex> lock(mu_);
-  if (open_result_ != kErrorSuccess) return open_result_;
-  Handle handle;
-  if (!Lookup(key, &handle)) return kErrorInvalidHandle;
-  std::vector<std::string_view> parts;
-  std::int32_t code = SplitKeyPath(subkey, &parts);
-  if (code != kErrorSuccess) return code;
-  return Write([&] {
-    std::int64_t depth, target;
-    std::int32_t c = LoadKey(handle.key_id, &depth);
-    if (c == kErrorSuccess) c = Resolve(handle.key_id, parts, &target);
-    if (c != kErrorSuccess) return c;
-    if (target >= kFirstRootId && target <= kLastRootId)
-      return kErrorAccessDenied;
-    int rc = SQLITE_OK;
-    {
-      sqlite3_stmt* stmt = Statement(
-          "SELECT 1 FROM reg_keys WHERE parent = ?1 LIMIT 1", &rc);
-      if (stmt == nullptr) return StoreError(rc);
-      StatementScope scope(stmt);
-      sqlite3_bind_int64(stmt, 1, target);
-      rc = sqlite3_step(stmt);
-      if (rc == SQLITE_ROW) return kErrorAccessDenied;  // has subkeys
-      if (rc != SQLITE_DONE) return StoreError(rc);
-    }
-    for (const char* sql : {"DELETE FROM reg_values WHERE key_id = ?1",
-                            "DELETE FROM reg_keys WHERE id = ?1"}) {
-      sqlite3_stmt* stmt = Statement(sql, &rc);
-      if (stmt == nullptr) return StoreError(rc);
-      StatementScope scope(stmt);
-      sqlite3_bind_int64(stmt, 1, target);
-      rc = sqlite3_step(stmt);
-      if (rc != SQLITE_DONE) return StoreError(rc);
-    }
-    return kErrorSuccess;
-  });
+  return OnPath(
+      key, subkey,
+      [&](const Handle& handle, const std::vector<std::string_view>& parts) {
+        return OnKey(true, handle.key_id, [&](std::int64_t) {
+          std::int64_t target;
+          std::int32_t c = Resolve(handle.key_id, parts, &target);
+          if (c != kErrorSuccess) return c;
+          if (target >= kFirstRootId && target <= kLastRootId)
+            return kErrorAccessDenied;
+          bool has_subkeys = false;
+          c = QueryRow(
+              "SELECT 1 FROM reg_keys WHERE parent = ?1 LIMIT 1", kErrorSuccess,
+              [&](sqlite3_stmt*) { has_subkeys = true; }, target);
+          if (c != kErrorSuccess) return c;
+          if (has_subkeys) return kErrorAccessDenied;
+          for (const char* sql : {"DELETE FROM reg_values WHERE key_id = ?1",
+                                  "DELETE FROM reg_keys WHERE id = ?1"}) {
+            c = Change(sql, target);
+            if (c != kErrorSuccess) return c;
+          }
+          return kErrorSuccess;
+        });
+      });
 }
 
 std::int32_t SqliteRegistryStore::EnumValue(
@@ -797,32 +810,22 @@ std::int32_t SqliteRegistryStore::EnumValue(
   if (name == nullptr || name_length == nullptr ||
       (data != nullptr && data_size == nullptr))
     return kErrorInvalidParameter;
-  std::lock_guard<std::mutex> lock(mu_);
-  if (open_result_ != kErrorSuccess) return open_result_;
-  Handle handle;
-  if (!Lookup(key, &handle)) return kErrorInvalidHandle;
   std::string value_name, bytes;
   std::uint32_t stored_type = kRegNone;
-  std::int32_t code = Read([&] {
-    std::int64_t depth;
-    std::int32_t c = LoadKey(handle.key_id, &depth);
-    if (c != kErrorSuccess) return c;
-    int rc = SQLITE_OK;
-    sqlite3_stmt* stmt = Statement(
-        "SELECT name, type, data FROM reg_values WHERE key_id = ?1 "
-        "ORDER BY seq LIMIT 1 OFFSET ?2",
-        &rc);
-    if (stmt == nullptr) return StoreError(rc);
-    StatementScope scope(stmt);
-    sqlite3_bind_int64(stmt, 1, handle.key_id);
-    sqlite3_bind_int64(stmt, 2, index);
-    rc = sqlite3_step(stmt);
-    if (rc == SQLITE_DONE) return kErrorNoMoreItems;
-    if (rc != SQLITE_ROW) return StoreError(rc);
-    value_name = ColumnBytes(stmt, 0);
-    stored_type = static_cast<std::uint32_t>(sqlite3_column_int64(stmt, 1));
-    bytes = ColumnBytes(stmt, 2);
-    return kErrorSuccess;
+  std::int32_t code = OnHandle(key, [&](const Handle& handle) {
+    return OnKey(false, handle.key_id, [&](std::int64_t) {
+      return QueryRow(
+          "SELECT name, type, data FROM reg_values WHERE key_id = ?1 "
+          "ORDER BY seq LIMIT 1 OFFSET ?2",
+          kErrorNoMoreItems,
+          [&](sqlite3_stmt* stmt) {
+            value_name = ColumnBytes(stmt, 0);
+            stored_type =
+                static_cast<std::uint32_t>(sqlite3_column_int64(stmt, 1));
+            bytes = ColumnBytes(stmt, 2);
+          },
+          handle.key_id, std::int64_t{index});
+    });
   });
   if (code != kErrorSuccess) return code;
   AddMissingNul(stored_type, &bytes);
@@ -853,29 +856,16 @@ std::int32_t SqliteRegistryStore::EnumKey(RegKey key, std::uint32_t index,
                                           char* name,
                                           std::uint32_t name_size) {
   if (name == nullptr) return kErrorInvalidParameter;
-  std::lock_guard<std::mutex> lock(mu_);
-  if (open_result_ != kErrorSuccess) return open_result_;
-  Handle handle;
-  if (!Lookup(key, &handle)) return kErrorInvalidHandle;
   std::string key_name;
-  std::int32_t code = Read([&] {
-    std::int64_t depth;
-    std::int32_t c = LoadKey(handle.key_id, &depth);
-    if (c != kErrorSuccess) return c;
-    int rc = SQLITE_OK;
-    sqlite3_stmt* stmt = Statement(
-        "SELECT name FROM reg_keys WHERE parent = ?1 "
-        "ORDER BY fold LIMIT 1 OFFSET ?2",
-        &rc);
-    if (stmt == nullptr) return StoreError(rc);
-    StatementScope scope(stmt);
-    sqlite3_bind_int64(stmt, 1, handle.key_id);
-    sqlite3_bind_int64(stmt, 2, index);
-    rc = sqlite3_step(stmt);
-    if (rc == SQLITE_DONE) return kErrorNoMoreItems;
-    if (rc != SQLITE_ROW) return StoreError(rc);
-    key_name = ColumnBytes(stmt, 0);
-    return kErrorSuccess;
+  std::int32_t code = OnHandle(key, [&](const Handle& handle) {
+    return OnKey(false, handle.key_id, [&](std::int64_t) {
+      return QueryRow(
+          "SELECT name FROM reg_keys WHERE parent = ?1 "
+          "ORDER BY fold LIMIT 1 OFFSET ?2",
+          kErrorNoMoreItems,
+          [&](sqlite3_stmt* stmt) { key_name = ColumnBytes(stmt, 0); },
+          handle.key_id, std::int64_t{index});
+    });
   });
   if (code != kErrorSuccess) return code;
   if (name_size <= key_name.size()) return kErrorMoreData;
