@@ -40,14 +40,13 @@ TEST(StorageStringFields, RejectsTagTextsAndBlankNamesKeepingThePage) {
     SCOPED_TRACE(ToUtf8(r.name + u"|" + r.value + u"|" + r.delimiter));
     EXPECT_SS_ERROR(ss->SetValue(r.name, r.value, r.delimiter), Lib(ErrIllegalCharacters), u"ValidateString",
                     u"SetValue");
-    RaiseSwitchOff off;
-    EXPECT_FALSE(ss->SetValue(r.name, r.value, r.delimiter));  // dropped, never stored ambiguously
   }
   EXPECT_ERROR(ss->SetValue(u"   ", u"v"), -2147211482, u"Zero Length Feild Names Are Not Allowed",
                u"Tarvo2\r\nKivStorageString.SetValue");
   EXPECT_SS_ERROR(ss->SetValue(u"n", Variant::Null()), err::kInvalidUseOfNull, u"SetValue");
   EXPECT_EQ(ss->PageText(), u"<\\keep={1};/>");
   RaiseSwitchOff off;
+  EXPECT_FALSE(ss->SetValue(u"a", u"x/>y"));  // dropped, never stored ambiguously
   EXPECT_TRUE(ss->SetValue(u"  ", u"v"));
   EXPECT_EQ(ss->PageText(), u"<\\keep={1};/><\\={v};/>");
 }
@@ -83,11 +82,13 @@ TEST(StorageStringFields, ConcatenatesAndToggles) {
   }
 }
 
-// Three pages named "", "Main", "" with page 3 current.
+// Three pages named "", "Main", "" with page 3 current, holding "abc", the cursor at 3.
 Ref<KivStorageString> ThreePages() {
   auto ss = KivStorageString::Create();
   ss->AddPage(u"Main");
   ss->AddPage();
+  ss->put_Value(u"abc");
+  ss->put_Cursor(3);
   return ss;
 }
 
@@ -98,21 +99,15 @@ TEST(StorageStringPages, SelectsByNumberOrName) {
   for (const auto& [arg, page] : rows) {
     SCOPED_TRACE(::testing::PrintToString(arg));
     auto ss = ThreePages();
-    ss->put_Value(u"text");
-    ss->put_Cursor(3);
     if (page == 0) EXPECT_SS_ERROR(ss->put_Page(arg), Lib(ErrPageNotFound), u"Page (Let)");
     else ss->put_Page(arg);
-    EXPECT_EQ(ss->get_Page(), Variant(page ? page : 3));
-    EXPECT_EQ(ss->get_Cursor(), page ? 1 : 3);
+    EXPECT_EQ(std::pair(ss->get_Page(), ss->get_Cursor()), std::pair(Variant(page ? page : 3), page ? 1 : 3));
   }
   auto ss = ThreePages();
   EXPECT_SS_ERROR(ss->put_Page(u"1e99"), err::kOverflow, u"Page (Let)");
-  ss->put_Value(u"abc");
-  ss->put_Cursor(3);
   RaiseSwitchOff off;
   ss->put_Page(9);  // nothing selected, the cursor still goes to 1
-  EXPECT_EQ(ss->get_Page(), Variant(3));
-  EXPECT_EQ(ss->get_Cursor(), 1);
+  EXPECT_EQ(std::pair(ss->get_Page(), ss->get_Cursor()), std::pair(Variant(3), 1));
 }
 
 TEST(StorageStringPages, NamesAddingDeletingAndSinglePageMode) {
@@ -121,21 +116,15 @@ TEST(StorageStringPages, NamesAddingDeletingAndSinglePageMode) {
   EXPECT_EQ(ss->get_Page(), Variant(4));  // the new page stays current and unnamed
   ss->put_PageName(u"MAIN");
   EXPECT_SS_ERROR(ss->put_PageName(u"MAIN"), Lib(ErrPageNameExists), u"PageName (Let)");  // itself included
-  {
-    RaiseSwitchOff off;
-    ss->put_Page(1);
-    ss->AddPage(u"Main", false);
-  }
-  EXPECT_EQ(ss->get_Page(), Variant(1));
-  EXPECT_EQ(Strings(ss->GetPageNames()), (std::vector<String>{u"", u"Main", u"", u"MAIN", u""}));
+  EXPECT_EQ(Strings(ss->GetPageNames()), (std::vector<String>{u"", u"Main", u"", u"MAIN"}));
   EXPECT_EQ(ss->GetPageNames().LBound(), 1);
   for (int i = 1; i <= 3; ++i) ss->put_Page(i), ss->put_Value(Variant(i));
   ss->put_Page(2);
   ss->DeletePage();  // the following page takes its place
   EXPECT_EQ(ss->PageText(), u"3");
-  ss->put_Page(4);
+  ss->put_Page(3);
   ss->DeletePage();  // the last page: the one before becomes current
-  EXPECT_EQ(ss->get_Page(), Variant(3));
+  EXPECT_EQ(ss->get_Page(), Variant(2));
   ss->DeletePage(true);
   ss->put_PageName(u"Only");
   ss->DeletePage();  // the only page stays as it is
@@ -168,11 +157,6 @@ TEST(StorageStringCipher, EnciphersWithARepeatingKeyAndRefusesBadKeys) {
   EXPECT_EQ(ss->PageText(), String(1, u'\0'));  // NUL survives as a character; the page is unchanged
   ss->Clear();
   ss->put_Encrypted(true);  // an empty page is left alone
-  ss->put_EncryptionKey(u"");
-  ss->put_Value(u"abc");
-  RaiseSwitchOff off;
-  ss->put_Encrypted(true);
-  EXPECT_EQ(ss->PageText(), u"abc");
 }
 
 }  // namespace
