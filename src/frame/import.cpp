@@ -100,6 +100,24 @@ void EachSubKey(const Variant& key, F&& fn) {
   for (const Variant& e : entries) fn(e);
 }
 
+// Visits the pages of a storage string source in order (page numbers from
+// 1), then puts the source back on the page that was current. Selecting a
+// page moves the source's cursor to 1; the cursor is not restored.
+template <class F>
+void EachSourcePage(const Variant& src, F&& on_page) {
+  Variant remembered, count;
+  Step([&] { remembered = Get(src, u"Page"); });
+  Step([&] { Let(src, u"Page", 1); });
+  Step([&] { count = Get(src, u"PageCount"); });
+  std::int32_t n = 0;
+  Step([&] { n = ToLong(count); });
+  for (std::int32_t i = 1; i <= n; ++i) {
+    Step([&] { Let(src, u"Page", i); });
+    on_page(i);
+  }
+  Step([&] { Let(src, u"Page", remembered); });
+}
+
 void CheckMultiPage(const Variant& self) {
   Step([&] {
     if (!ToBool(Get(self, u"MultiPage"))) RaiseLibraryError(ErrSinglePageMode);
@@ -113,19 +131,12 @@ void StorageStringFromStorageString(const Variant& self, const Variant& src) {
   if (!VersionAccepted(src)) return;
   Step([&] { Call(self, u"DeletePage", {true}); });
   Step([&] { Call(self, u"Clear", {true}); });
-  Variant remembered, count, value;
-  Step([&] { remembered = Get(src, u"Page"); });
-  Step([&] { Let(src, u"Page", 1); });
-  Step([&] { Let(self, u"PageName", Get(src, u"PageName")); });
-  Step([&] { count = Get(src, u"PageCount"); });
-  std::int32_t n = 0;
-  Step([&] { n = ToLong(count); });
-  for (std::int32_t i = 1; i <= n; ++i) {
-    Step([&] { Let(src, u"Page", i); });
+  Variant value;
+  EachSourcePage(src, [&](std::int32_t i) {
+    if (i == 1) Step([&] { Let(self, u"PageName", Get(src, u"PageName")); });
     if (i > 1) Step([&] { Call(self, u"AddPage", {Get(src, u"PageName"), true}); });
     CopyFields(src, u"GetFieldNames", self, value, nullptr);
-  }
-  Step([&] { Let(src, u"Page", remembered); });
+  });
 }
 
 void StorageStringFromRegistryKey(const Variant& self, const Variant& src) {
@@ -166,18 +177,11 @@ void StorageStringFromIniFile(const Variant& self, const Variant& src) {
 
 void RegistryKeyFromStorageString(const Variant& self, const Variant& src) {
   if (VersionAccepted(src)) {
-    Variant remembered, count, value;
-    Step([&] { remembered = Get(src, u"Page"); });
-    Step([&] { Let(src, u"Page", 1); });
-    Step([&] { count = Get(src, u"PageCount"); });
-    std::int32_t n = 0;
-    Step([&] { n = ToLong(count); });
-    for (std::int32_t i = 1; i <= n; ++i) {
-      Step([&] { Let(src, u"Page", i); });
+    Variant value;
+    EachSourcePage(src, [&](std::int32_t i) {
       if (i > 1) Step([&] { LetSection(self, Get(src, u"PageName")); });
       CopyFields(src, u"GetFieldNames", self, value, nullptr);
-    }
-    Step([&] { Let(src, u"Page", remembered); });
+    });
   }
   Step([&] { LetSection(self, u""); });
 }
@@ -209,18 +213,11 @@ void RegistryKeyFromIniFile(const Variant& self, const Variant& src) {
 
 void IniFileFromStorageString(const Variant& self, const Variant& src) {
   if (!VersionAccepted(src)) return;
-  Variant remembered, count, value;
-  Step([&] { remembered = Get(src, u"Page"); });
-  Step([&] { Let(src, u"Page", 1); });
-  Step([&] { count = Get(src, u"PageCount"); });
-  std::int32_t n = 0;
-  Step([&] { n = ToLong(count); });
-  for (std::int32_t i = 1; i <= n; ++i) {
-    Step([&] { Let(src, u"Page", i); });
+  Variant value;
+  EachSourcePage(src, [&](std::int32_t) {
     Step([&] { LetSection(self, Get(src, u"PageName")); });
     CopyFields(src, u"GetFieldNames", self, value, nullptr);
-  }
-  Step([&] { Let(src, u"Page", remembered); });
+  });
 }
 
 void IniFileFromRegistryKey(const Variant& self, const Variant& src) {
