@@ -142,11 +142,14 @@ class KivStorageString : public Object {
   // Errors: ErrZeroLengthFieldName for a blank name (switch off: the field
   // is stored with an empty name); ErrIllegalCharacters (from
   // "ValidateString") when the name, the value text or the delimiter holds
-  // one of the texts "<\", "/>", "={", "};" or one of the current tags (a
-  // changed, non-empty tag is tested too, since it would make the page
-  // ambiguous). With the switch off such a write is dropped: the page is
-  // unchanged, nothing is pushed and the result is false. 94/13/9/6 when the
-  // value cannot become text.
+  // one of the four fixed texts "<\", "/>", "={", "};". Only these four are
+  // tested, also after the tag properties have been changed, and a changed
+  // tag is not tested: applications written against this store rely on
+  // storing text that holds their own tags. The caller who changes the tags
+  // must therefore keep them out of names and values, or later reads of the
+  // page are ambiguous. With the switch off a rejected write is dropped: the
+  // page is unchanged, nothing is pushed and the result is false. 94/13/9/6
+  // when the value cannot become text.
   bool SetValue(const String& sField, const Variant& vValue, const String& sDelimiter = u"\t");
 
   // Reads the field `sFieldName` (exactly as given: not trimmed,
@@ -487,8 +490,9 @@ class KivStorageString : public Object {
   void SSAddValue(String& page, StringView name, StringView value);
   void SSEditValue(String& page, StringView name, StringView value);
   void SSDeleteValue(String& page, StringView name);
-  // Raises ErrIllegalCharacters for each text holding a tag text; returns
-  // false when one did (the raise switch being off).
+  // Raises ErrIllegalCharacters for each text holding one of the four fixed
+  // tag texts (never the current tags); returns false when one did (the
+  // raise switch being off).
   bool ValidateString(std::initializer_list<StringView> texts);
   // The 0-based start of the field and the end just after its OuterTagEnd;
   // raises 5 when the field has no end.

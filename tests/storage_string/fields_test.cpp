@@ -51,6 +51,32 @@ TEST(StorageStringFields, RejectsTagTextsAndBlankNamesKeepingThePage) {
   EXPECT_EQ(ss->PageText(), u"<\\keep={1};/><\\={v};/>");
 }
 
+// Through calls by name: a changed tag is legal inside names and values,
+// while the four fixed texts stay illegal under any tags.
+TEST(StorageStringFields, ValidatesTheFixedTextsOnlyAfterTagsChange) {
+  struct Row { const char16_t *tag, *text, *name, *value, *page; } rows[] = {
+      {u"OuterTagStart", u"[[", u"a", u"[[x", u"[[a={[[x};/>"},
+      {u"OuterTagEnd", u"]]", u"a", u"x]]", u"<\\a={x]]};]]"},
+      {u"InnerTagStart", u":", u"a", u"b:c", u"<\\a:b:c};/>"},
+      {u"InnerTagEnd", u"|", u"n|", u"v", u"<\\n|={v|/>"},
+      {u"OuterTagStart", u"", u"a", u"x", u"a={x};/>"}};
+  for (const Row& r : rows) {
+    SCOPED_TRACE(ToUtf8(String(r.tag) + u"=" + r.text));
+    Variant ss{KivStorageString::Create()};
+    LetProperty(ss, r.tag, r.text);
+    EXPECT_EQ(Call(ss, u"SetValue", {r.name, r.value}), Variant(true));
+    EXPECT_EQ(GetProperty(ss, u"Value"), Variant(r.page));
+    EXPECT_EQ(Call(ss, u"GetValue", {r.name}), Variant(r.value));
+    for (const char16_t* bad : {u"<\\x", u"q/>", u"={", u"a};b"}) {
+      EXPECT_SS_ERROR(Call(ss, u"SetValue", {u"a", bad}), Lib(ErrIllegalCharacters), u"ValidateString",
+                      u"SetValue");
+      EXPECT_SS_ERROR(Call(ss, u"SetValue", {bad, u"v"}), Lib(ErrIllegalCharacters), u"ValidateString",
+                      u"SetValue");
+    }
+    EXPECT_EQ(GetProperty(ss, u"Value"), Variant(r.page));
+  }
+}
+
 TEST(StorageStringFields, DeletesListsAndSurvivesDamagedText) {
   auto ss = KivStorageString::Create();
   EXPECT_TRUE(ss->GetFieldNames().IsSized() && ss->GetFieldNames().Count() == 0);
