@@ -37,8 +37,13 @@
 //    folder unless it begins with '/'.
 //  - Text reaches the file as Windows-1252 (tarvo2/codepage.h): a character
 //    of a section name, key name or value that the code page cannot
-//    represent is written as '?'. Values are read and written whole, of any
-//    length; blanks at both ends of a value are dropped on reading, and one
+//    represent is written as '?'. Values are written whole, of any length,
+//    but every read passes the store one buffer of 1,024 characters: a
+//    value comes back as at most its first 1,023 characters, and a listing
+//    whose names (each with its NUL) take 1,023 characters or more comes
+//    back cut inside its last name, which then also loses its last
+//    character (see GetSectionNames). Imports from an INI file read the same
+//    way. Blanks at both ends of a value are dropped on reading, and one
 //    pair of matching outer quotes ("..." or '...') is removed, as the
 //    profile functions do.
 //  - An object is used by one thread at a time. Several objects, in this
@@ -143,6 +148,9 @@ class KivINIFileHandler : public Object {
   // the random service (tarvo2/random.h), reseeded for every call. A stored
   // value that equals that marker exactly therefore reads as absent.
   //
+  // A value longer than 1,023 characters is read as its first 1,023 (the
+  // file keeps it whole); detection works on that text.
+  //
   // Remembers the result (see get_Value), sFieldName and sArrayDelim.
   // Errors: 6 when numeric text overflows a Long; nothing is remembered.
   Variant GetValue(const String& sFieldName, const String& sArrayDelim = u"\t",
@@ -153,7 +161,12 @@ class KivINIFileHandler : public Object {
   // Listings (arrays of Strings indexed from 0; an empty array, with no
   // elements, when there is nothing to list, the file is missing or the
   // path names a folder). Duplicate names are listed as often as they occur
-  // in the file, each with its own spelling, in file order.
+  // in the file, each with its own spelling, in file order. The store fills
+  // one buffer of 1,024 characters: when the names with one NUL after each
+  // take 1,023 characters or more, the list holds the names that fit, the
+  // last of them cut so that the text is 1,022 characters long, and that
+  // last name then loses one more character (so names of 500 and 600
+  // characters list as 500 and 520).
 
   // The names of all sections of the file.
   SafeArray GetSectionNames();

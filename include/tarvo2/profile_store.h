@@ -74,6 +74,12 @@ class ProfileStore {
   //   stand at size-2 and size-1, and size-2 is returned (0 when size < 2).
   //   An empty list (also of a missing file) is a single NUL and gives 0.
   //   Names that are empty are not listed.
+  // Reads are whole for a caller whose buffer is large enough: a caller that
+  // uses this store directly may pass any size, and when a value came back
+  // as size-1 bytes or a list as size-2 it may have been cut, so ask again
+  // with a larger buffer. KivINIFileHandler does not: its reads always pass
+  // a buffer of 1,024, so its clients see values cut to 1,023 characters
+  // and lists cut to 1,022.
   // With size 0 nothing is written and 0 is returned. A null buffer with a
   // nonzero size writes nothing, returns 0 and sets LastError() to 87.
   // Never fails otherwise: LastError() becomes 0 when the file was read,

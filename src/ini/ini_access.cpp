@@ -9,34 +9,20 @@
 namespace tarvo2::ini {
 namespace {
 
-constexpr uint32_t kFirstBufferSize = 1024;
-// The largest buffer the store can be given (its sizes are 32-bit).
-constexpr uint32_t kMaxBufferSize = 0x80000000u;
+// The size of the one buffer of every read, passed to the store as is.
+constexpr uint32_t kBufferSize = 1024;
 
-// Asks the store with a growing buffer until the answer cannot have been
-// cut: a value is cut when it fills size-1 bytes, a list when it fills
-// size-2. `section`, `key` and `def` may be null (absent).
+// One request with a fresh buffer of kBufferSize bytes; what the store cut
+// to fit stays cut. `section`, `key` and `def` may be null (absent).
 String Read(const char* section, const char* key, const char* def,
             const String& path, uint32_t* store_error) {
   std::shared_ptr<ProfileStore> store = GetProfileStore();
-  const std::string file = ToUtf8(path);
-  const bool listing = section == nullptr || key == nullptr;
-  // Most answers fit the first buffer, which lives on the stack.
-  char first[kFirstBufferSize];
-  std::string grown;
-  char* buffer = first;
-  uint32_t size = kFirstBufferSize;
-  uint32_t n;
-  for (;;) {
-    n = store->GetPrivateProfileString(section, key, def, buffer, size, file);
-    const uint32_t full = listing ? size - 2 : size - 1;
-    if (n < full || size >= kMaxBufferSize) break;
-    size *= 2;
-    grown.assign(size, '\0');
-    buffer = grown.data();
-  }
+  char buffer[kBufferSize] = {};
+  uint32_t n = store->GetPrivateProfileString(section, key, def, buffer, kBufferSize, ToUtf8(path));
   if (store_error) *store_error = store->LastError();
-  return FromAnsi(std::string_view(buffer, n));
+  // The count never exceeds the buffer; a store that claims more is
+  // believed only up to the buffer's end.
+  return FromAnsi(std::string_view(buffer, n < kBufferSize ? n : kBufferSize));
 }
 
 void Write(const char* section, const char* key, const char* value,

@@ -8,10 +8,19 @@
 // code page become '?'), the file path becomes a UTF-8 native path. Text
 // read back is converted with FromAnsi.
 //
-// Reading is never cut short: the procedures start with a buffer of 1,024
-// bytes and, when the store reports a result that may have been cut (a
-// value filling the buffer, or a list of size-2 bytes), ask again with a
-// buffer twice as large, so a value or list of any length comes back whole.
+// Every read makes one request with a fresh buffer of 1,024 characters and
+// passes 1,024 as its size, and what the store cut to fit stays cut:
+//  - a value longer than 1,023 characters comes back as its first 1,023
+//    (the file keeps the whole value);
+//  - a name list whose text with its final NUL does not fit (1,023
+//    characters or more before that NUL) comes back as the store cut it: the
+//    names that fit, the last one shortened, 1,022 characters in all, with
+//    no NUL at the end. DecodeNameList then drops one more character of
+//    that last name.
+// Applications ported to this library see these cuts in GetValue,
+// GetSectionNames, GetFieldNames and in every import from an INI file, all
+// of which read through here. Callers that need whole answers can ask the
+// profile store directly with a larger buffer.
 //
 // Nothing the store reports is treated as an error: a missing file,
 // section or key yields the default (the empty list for listings), and a

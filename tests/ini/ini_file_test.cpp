@@ -1,4 +1,4 @@
-// KivINIFileHandler and its access layer: conversions and unbounded reads,
+// KivINIFileHandler and its access layer: conversions and reads through one buffer,
 // values and arrays, sections and listings, deletes, bad input, the common
 // interface, the import hook and dispatch.
 #include "tarvo2/ini_file.h"
@@ -73,18 +73,64 @@ TEST_F(IniFileTest, AccessLayerWritesCodePageTextToUtf8PathsAndLabelsStoreErrors
                u"Store\r\nKivINIFileHandler.INIGetFields\r\nKivINIFileHandler.GetFieldNames");
 }
 
-TEST_F(IniFileTest, AccessLayerReadsValuesAndListsOfAnyLengthWhole) {
-  const String path = u"/d/a.ini", nul(1, u'\0');
-  // Lists of 1,022 bytes (name 1,021) are what the store also reports for a cut one.
-  for (size_t len : {0, 1, 1020, 1021, 1022, 1023, 1024, 1025, 2047, 5000, 1 << 20}) {
+// A name of `len` characters: 'a's ending in `last`, so that a cut shows.
+String Name(size_t len, char16_t last) {
+  String n(len, u'a');
+  if (len > 0) n.back() = last;
+  return n;
+}
+
+// Every read takes one buffer of 1,024 characters: values come back cut to
+// 1,023 and lists to 1,022, whose last name then loses one more character
+// in decoding. Checked by name through GetValue, Value, GetSectionNames and
+// GetFieldNames; the file keeps every whole value.
+TEST_F(IniFileTest, ReadsTakeOneBufferOf1024Characters) {
+  Variant ini(ini_);
+  for (size_t len : {1022, 1023, 1024, 5000}) {
     SCOPED_TRACE(len);
-    String value(len, u'x'), name = u"k" + String(len, u'n');
-    if (len > 0) value.back() = u'\u00ff';
-    ini::INISetValue(path, name, name, value);
-    EXPECT_EQ(ini::INIGetValue(path, name, name, u"def"), value);
-    EXPECT_EQ(ini::INIGetFields(path, name), name + nul);
-    EXPECT_EQ(ini::INIGetSections(path), name + nul);
-    ini::INIDeleteSection(path, name);
+    const String value = Name(len, u'\u00ff');  // the last character is cut first
+    Call(ini, u"SetValue", {u"k", value});
+    const Variant expected(value.substr(0, 1023));
+    EXPECT_EQ(Call(ini, u"GetValue", {u"k"}), expected);
+    EXPECT_EQ(GetProperty(ini, u"Value"), expected);
+    EXPECT_EQ(Content(), "[DEFAULT]\nk=" + ToAnsi(value) + "\n");
+  }
+  // Name lengths written, and the lengths read back; a read name shorter
+  // than the written one is its start.
+  struct Row { std::vector<size_t> written, read; } rows[] = {
+      {{1021}, {1021}},         // 1,022 characters with its NUL: fits
+      {{1022}, {1021}},         // 1,023: cut to 1,022 without a NUL, then one more
+      {{500, 520}, {500, 520}},  // two names that just fit
+      {{500, 521}, {500, 520}},  // one character more: the last name is cut twice
+      {{500, 2000}, {500, 520}},
+      {{1500, 3}, {1021}},      // the first name alone overflows: the second is lost
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(::testing::PrintToString(r.written));
+    // One file whose sections have these names, one whose section "K" has
+    // keys of these names.
+    Variant by_section(KivINIFileHandler::Create()), by_key(KivINIFileHandler::Create());
+    LetProperty(by_section, u"Path", u"/d/sections.ini");
+    LetProperty(by_key, u"Path", u"/d/keys.ini");
+    Call(by_section, u"DeleteFile");
+    Call(by_key, u"DeleteFile");
+    LetProperty(by_key, u"Section", u"K");
+    std::vector<String> sections, keys;
+    for (size_t i = 0; i < r.written.size(); ++i) {
+      sections.push_back(Name(r.written[i], u'0' + i));
+      keys.push_back(Name(r.written[i], u'A' + i));
+      LetProperty(by_section, u"Section", sections.back());
+      Call(by_section, u"SetValue", {u"v", 1});
+      Call(by_key, u"SetValue", {keys.back(), 1});
+    }
+    sections.resize(r.read.size());
+    keys.resize(r.read.size());
+    for (size_t i = 0; i < r.read.size(); ++i) {
+      sections[i].resize(r.read[i]);
+      keys[i].resize(r.read[i]);
+    }
+    EXPECT_EQ(Call(by_section, u"GetSectionNames"), Variant(Strings(sections)));
+    EXPECT_EQ(Call(by_key, u"GetFieldNames"), Variant(Strings(keys)));
   }
 }
 
@@ -165,7 +211,7 @@ TEST_F(IniFileTest, OddFilesAreEditedInPlaceAndRefusedWritesChangeNothing) {
   const Row rows[] = {
       {"[S]\nk=\xff\x81\x90\n", u"\u00ff\u0081\u0090", u"\u00e9", "[S]\nk=\xff\x81\x90\nj=\xe9\n"},
       {"\xEF\xBB\xBF[S]\nk=\xc3\xa9\n", u"\u00e9", u"\u00fc", "\xEF\xBB\xBF[S]\nk=\xc3\xa9\nj=\xc3\xbc\n"},
-      {"[S]\nk=" + mb + "\n", FromAnsi(mb), u"2", "[S]\nk=" + mb + "\nj=2\n"},
+      {"[S]\nk=" + mb + "\n", FromAnsi(mb.substr(0, 1023)), u"2", "[S]\nk=" + mb + "\nj=2\n"},  // read cut, kept whole
   };
   ini_->put_Section(u"S");
   for (const Row& row : rows) {

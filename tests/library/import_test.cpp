@@ -230,6 +230,25 @@ TEST_F(ImportTest, IniDefaultSectionGoesToTheKeyItself) {
   EXPECT_EQ(GetProperty(key, u"KeyName"), Variant(u"Software\\Test\\Target"));
 }
 
+// An INI source is read through the INI file's one buffer of 1,024
+// characters: a long value arrives cut to 1,023, and a key list that does
+// not fit arrives with its last name cut (1,022 characters with the NULs,
+// less one in decoding); that name is then not found and copies as empty.
+TEST_F(ImportTest, IniSourcesArriveCutByTheReadBuffer) {
+  const String long_name(1100, u'b');
+  Variant src = Make(Kind::kIniFile, u"cut", {{u"L", {{u"Long", Variant(String(1500, u'x'))}, {long_name, Variant(2)}}}});
+  const Fields arrived = {{u"Long", Variant(String(1023, u'x'))}, {String(1016, u'b'), Variant(u"")}};
+  for (Kind to : {Kind::kStorageString, Kind::kRegistryKey, Kind::kIniFile}) {
+    SCOPED_TRACE(KindName(to));
+    Variant dst = Make(to, u"dst" + String(1, u'0' + static_cast<int>(to)), {});
+    LetProperty(dst, u"Value", src);
+    Units expected = {{u"L", arrived}};
+    if (to == Kind::kRegistryKey) expected.insert(expected.begin(), {u"", {}});
+    Units got = Dump(to, dst);
+    EXPECT_TRUE(got == expected) << "got:" << Describe(got).substr(0, 200);
+  }
+}
+
 // A stand-in whose class name is a store's and whose version is chosen.
 class FakeStore : public Object {
  public:
