@@ -168,6 +168,16 @@ void LetProperty(const Variant& target, StringView name, Variant value);
 // `Set target.name = value`.
 void SetProperty(const Variant& target, StringView name, Variant value);
 
+// Object identity, as a client's `Is` operator compares two references:
+// true when `a` and `b` hold the same object, reached through any of its
+// interfaces (a store and every common-interface view of it are one
+// object), and true when both hold Nothing. An object's identity is what
+// it answers when asked for its own class name, QueryInterface(ClassName())
+// (every object answers with itself unless it is a view of another), or
+// the object itself when it answers nothing. Errors: 424 when `a` or `b`
+// is not an object reference (Nothing is one).
+bool SameObject(const Variant& a, const Variant& b);
+
 // Runs `fn` for every element that the object's enumerator (dispatch
 // identity -4) yields, in order.
 void ForEach(const Variant& collection, const std::function<void(const Variant&)>& fn);

@@ -5,7 +5,9 @@
 // by field name, with arrays joined and split at a delimiter. Each store
 // offers this interface beside its own through QueryInterface(
 // u"TarvoStdInterface") (or its StdInterface() accessor), implemented by a
-// view object that forwards to the store's TarvoStdInterface_* members.
+// view object whose typed members forward to the store's
+// TarvoStdInterface_* members; calls by name on the view reach the store's
+// own members (see StdInterfaceView).
 // TarvoStdInterface is also a creatable class of its own, whose members do
 // nothing except Version.
 #ifndef TARVO2_STD_INTERFACE_H_
@@ -56,13 +58,28 @@ class TarvoStdInterface : public Object {
 
 // The view of a store under TarvoStdInterface. `Store` provides the members
 // TarvoStdInterface_put_Path, _get_Path, _put_Section, _get_Section,
-// _SetValue, _GetValue and _Version. The view reports the store's class name
-// and answers QueryInterface like the store.
+// _SetValue, _GetValue and _Version.
+//
+// Typed C++ callers of the view use its five members, which forward to
+// those. Calls by name (Invoke, Call, GetProperty, LetProperty, ...) reach
+// the store's own default interface instead, whatever interface the store
+// was handed out as, just as an automation client that holds an object in a
+// Variant always reaches the object's own members: the view answers
+// GetTypeInfo, GetIdOfName and Invoke as the store does, so `st.KeyName`,
+// `st.PageCount` or `st.ErrorState` work on a view held in a Variant, with
+// the store's own labels and errors, and a member the store lacks raises
+// 438 even when it is one of the five (a registry key has no Section of its
+// own). TypeName gives the store's class name, QueryInterface answers like
+// the store, and SameObject (dispatch.h) holds between the view and the
+// store.
 template <class Store>
 class StdInterfaceView : public TarvoStdInterface {
  public:
   explicit StdInterfaceView(Ref<Store> store) : store_(std::move(store)) {}
   String ClassName() const override { return store_->ClassName(); }
+  const TypeInfo& GetTypeInfo() const override { return store_->GetTypeInfo(); }
+  DispId GetIdOfName(StringView name) const override { return store_->GetIdOfName(name); }
+  Variant Invoke(DispId id, InvokeKind kind, CallArgs& args) override { return store_->Invoke(id, kind, args); }
   Ref<Object> QueryInterface(StringView name) override {
     if (EqualsNoCase(name, u"TarvoStdInterface")) return Ref<Object>(this);
     return store_->QueryInterface(name);

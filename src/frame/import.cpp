@@ -7,6 +7,7 @@
 #include "tarvo2/dispatch.h"
 #include "tarvo2/error.h"
 #include "tarvo2/library_errors.h"
+#include "tarvo2/std_interface.h"
 
 namespace tarvo2 {
 namespace {
@@ -26,14 +27,17 @@ Variant Get(const Variant& o, StringView name) { return GetProperty(o, name); }
 void Let(const Variant& o, StringView name, Variant v) { LetProperty(o, name, std::move(v)); }
 
 // Sets a target's section. A registry key keeps its section accessors
-// private and offers them only through the common interface.
+// private and offers them only through the common interface, which is
+// called typed: by name its view answers as the key itself.
 void LetSection(const Variant& target, Variant section) {
   const Ref<Object>& obj = target.AsObject();
   if (obj->GetIdOfName(u"Section") != kDispIdUnknown) {
     LetProperty(target, u"Section", std::move(section));
     return;
   }
-  LetProperty(Variant(obj->QueryInterface(u"TarvoStdInterface")), u"Section", std::move(section));
+  Ref<TarvoStdInterface> view = RefCast<TarvoStdInterface>(obj->QueryInterface(u"TarvoStdInterface"));
+  if (!view) RaiseRuntimeError(err::kNotSupported);
+  view->put_Section(section.IsString() ? section.AsString() : ToString(section));
 }
 
 // The text after the last backslash of a key name, or the whole name.

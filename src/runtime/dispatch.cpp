@@ -154,6 +154,22 @@ void SetProperty(const Variant& target, StringView name, Variant value) {
   Invoke(target, name, InvokeKind::kSet, CallArgs{Arg(std::move(value))});
 }
 
+namespace {
+
+// The object that `v` stands for, whichever of its interfaces `v` holds;
+// empty for Nothing.
+Ref<Object> Identity(const Variant& v) {
+  if (!v.IsObject()) RaiseRuntimeError(err::kObjectRequired);
+  const Ref<Object>& obj = v.AsObject();
+  if (!obj) return Ref<Object>();
+  Ref<Object> own = obj->QueryInterface(obj->ClassName());
+  return own ? own : obj;
+}
+
+}  // namespace
+
+bool SameObject(const Variant& a, const Variant& b) { return Identity(a) == Identity(b); }
+
 void ForEach(const Variant& collection, const std::function<void(const Variant&)>& fn) {
   if (!collection.IsObject()) RaiseRuntimeError(err::kObjectRequired);
   Ref<Object> obj = collection.AsObject();

@@ -77,12 +77,13 @@ class ImportTest : public ::testing::Test {
       case Kind::kRegistryKey: {
         s = Variant(CreateObject(u"Tarvo2.KivRegistryKey"));
         LetProperty(s, u"KeyName", u"Software\\Test\\" + name);
-        Variant view(s.AsObject()->QueryInterface(u"TarvoStdInterface"));
+        // The key's section is reached typed, through its common interface.
+        auto view = RefCast<TarvoStdInterface>(s.AsObject()->QueryInterface(u"TarvoStdInterface"));
         for (const auto& [unit, fields] : units) {
-          LetProperty(view, u"Section", unit);
+          view->put_Section(unit);
           for (const auto& [f, v] : fields) Call(s, u"SetValue", {f, v, kTab});
         }
-        LetProperty(view, u"Section", u"");
+        view->put_Section(u"");
         break;
       }
       case Kind::kIniFile: {

@@ -128,6 +128,35 @@ TEST(Dispatch, RegistryCreatesByProgIdAndRefusesOthers) {
   EXPECT_ERROR(reg.Create(u"Test.Other"), 429, u"ActiveX component can't create object", u"Tarvo2");
 }
 
+// A Sample handed out under another interface: it answers QueryInterface
+// as the Sample does, as a store's common-interface view does.
+class SampleView : public Object {
+ public:
+  explicit SampleView(Ref<Sample> s) : s_(std::move(s)) {}
+  const TypeInfo& GetTypeInfo() const override { return Sample::Info(); }
+  Ref<Object> QueryInterface(StringView name) override { return s_->QueryInterface(name); }
+
+ private:
+  Ref<Sample> s_;
+};
+
+TEST(Dispatch, SameObjectComparesIdentityThroughViews) {
+  auto s = MakeRef<Sample>();
+  Variant a{s}, view{MakeRef<SampleView>(s)}, view2{MakeRef<SampleView>(s)}, other{MakeRef<Sample>()},
+      form{MakeRef<DynamicObject>(u"Form")}, nothing = Variant::Nothing();
+  struct Row { const char* name; const Variant &x, &y; bool same; } rows[] = {
+      {"itself", a, a, true},           {"object and its view", a, view, true},
+      {"two views", view, view2, true}, {"another object", a, other, false},
+      {"a view and another", view, other, false}, {"a client object", form, form, true},
+      {"Nothing twice", nothing, nothing, true}, {"Nothing and an object", view, nothing, false}};
+  for (const Row& r : rows) {
+    EXPECT_EQ(SameObject(r.x, r.y), r.same) << r.name;
+    EXPECT_EQ(SameObject(r.y, r.x), r.same) << r.name;
+  }
+  EXPECT_ERROR(SameObject(a, 1), 424, StandardDescription(424), u"Tarvo2");
+  EXPECT_ERROR(SameObject(Variant(), nothing), 424, StandardDescription(424), u"Tarvo2");
+}
+
 TEST(Dispatch, DynamicObjectsCreatePropertiesOnAssignment) {
   Variant form{MakeRef<DynamicObject>(u"Form")};
   LetProperty(form, u"Top", 10);
