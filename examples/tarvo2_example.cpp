@@ -2,16 +2,25 @@
 //
 // A small application that uses the library the way a desktop program
 // would: it creates objects through the class factory and calls them by
-// member name, keeps settings in a storage string, the per-user registry
-// and an INI file beside itself, saves and restores where its two windows
-// stood in each of the three stores, and finally copies each store into the
-// others and prints what every store holds.
+// member name, keeps settings in a storage string, a registry and an INI
+// file, saves and restores where its two windows stood in each of the three
+// stores, copies each store into the others and prints what every store
+// holds, and shows how errors and a failing store reach a client.
 //
-// Usage: tarvo2_example [--registry PATH] [--ini-folder DIR]
-//   --registry PATH   use this registry database instead of the per-user one
-//   --ini-folder DIR  keep the INI file and the saved page in DIR instead of
-//                     beside the program
+// It leaves no trace: its registry database, INI files and saved page live
+// in a fresh temporary folder (below $TMPDIR, or /tmp) that it removes
+// before it exits, and the program pretends to live in that folder, so the
+// window placement INI file lands there too. Two runs print the same text
+// except for the folder's name on the first line; paths below it are
+// printed as $FOLDER/...
+//
+// Usage: tarvo2_example [--keep]
+//   --keep  leave the temporary folder in place and name it at the end
+#include <stdlib.h>
+
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -23,8 +32,13 @@ using namespace tarvo2;
 
 namespace {
 
+// The example's own folder, ending in '/'; printed as "$FOLDER/".
+std::string g_folder;
+
 std::string U8(StringView s) {
   std::string out = ToUtf8(s);
+  if (!g_folder.empty())
+    for (std::size_t p; (p = out.find(g_folder)) != std::string::npos;) out.replace(p, g_folder.size(), "$FOLDER/");
   for (std::size_t p; (p = out.find('\t')) != std::string::npos;) out.replace(p, 1, "\\t");
   for (std::size_t p; (p = out.find('\r')) != std::string::npos;) out.replace(p, 1, "\\r");
   for (std::size_t p; (p = out.find('\n')) != std::string::npos;) out.replace(p, 1, "\\n");
@@ -212,7 +226,7 @@ void Registry() {
 }
 
 void IniFile(const std::string& folder) {
-  Heading("INI file beside the program");
+  Heading("INI file");
   Variant ini(CreateObject(u"Tarvo2.KivINIFileHandler"));
   String path = FromUtf8(folder) + u"tarvo2_example.ini";
   LetProperty(ini, u"Path", path);
@@ -241,8 +255,11 @@ void WindowPlacement(std::vector<Variant>& stores) {
       {tarvo_INIFile, "INI file"}, {tarvo_Registry, "registry"}, {tarvo_StorageString, "storage string"}};
   for (const auto& [kind, name] : kinds) {
     Variant store = Call(lib, u"KivSetFormSaveParams", {static_cast<std::int32_t>(kind), u"Tarvo2 Example"});
-    std::cout << "  " << name << ": path " << Show(GetProperty(store, u"Path")) << ", section "
-              << Show(GetProperty(store, u"Section")) << "\n";
+    // Handed out as TarvoStdInterface: typed calls see its five members,
+    // calls by name reach the store's own ones.
+    Ref<TarvoStdInterface> common = RefCast<TarvoStdInterface>(store.AsObject());
+    std::cout << "  " << name << ": path \"" << U8(common->get_Path()) << "\", section \""
+              << U8(common->get_Section()) << "\", TypeName " << U8(TypeName(store)) << "\n";
     Call(lib, u"KivSaveFormParams", {ByRef(main_form), u"last file: report.txt"});
     Call(lib, u"KivSaveFormParams", {ByRef(tool_form), Variant(SafeArray::OfVariants({Variant(1), Variant(2)}))});
     Variant restored_main = NewForm(u"frmMain", 0, 0, 0, 0);
@@ -253,7 +270,31 @@ void WindowPlacement(std::vector<Variant>& stores) {
     std::cout << "    restored frmMain:  " << Bounds(restored_main) << "extra " << Show(extra_main) << "\n";
     std::cout << "    restored frmTools: " << Bounds(restored_tools) << "extra " << Show(extra_tools) << "\n";
     stores.push_back(Variant(store.AsObject()->QueryInterface(TypeName(store))));
+    std::cout << "    the store itself Is the object handed out: "
+              << (SameObject(stores.back(), store) ? "True" : "False") << "\n";
   }
+}
+
+// A registry whose database cannot be opened (its folder is a plain file).
+// Such failures of the store are recorded, not raised: the client sees them
+// in ErrorState.
+void StoreFailure() {
+  Heading("A failing store, seen through ErrorState");
+  std::ofstream(g_folder + "not-a-folder") << "a file where a folder should be\n";
+  SetRegistryLocation(g_folder + "not-a-folder/registry.sqlite3");
+  Variant key(CreateObject(u"Tarvo2.KivRegistryKey"));
+  LetProperty(key, u"KeyName", u"Software\\Tarvo2 Example\\Unreachable");
+  Variant written = Call(key, u"SetValue", {u"Greeting", u"Hello"});
+  std::cout << "  registry at " << U8(FromUtf8(g_folder + "not-a-folder/registry.sqlite3")) << "\n";
+  std::cout << "  SetValue(Greeting, Hello) returned " << Show(written) << " and raised nothing\n";
+  std::cout << "  ErrorState = " << Show(GetProperty(key, u"ErrorState"))
+            << " (1011: the registry database cannot be opened)\n";
+  std::cout << "  GetValue(Greeting, default \"none\") = "
+            << Show(Call(key, u"GetValue", {u"Greeting", u"\t", true, true, u"none"})) << ", ErrorState = "
+            << Show(GetProperty(key, u"ErrorState")) << "\n";
+  Call(key, u"ErrorStateClear");
+  std::cout << "  after ErrorStateClear: ErrorState = " << Show(GetProperty(key, u"ErrorState")) << "\n";
+  SetRegistryLocation(g_folder + "registry.sqlite3");
 }
 
 void CopyAcross(std::vector<Variant>& stores) {
@@ -302,24 +343,36 @@ void Errors() {
 
 }  // namespace
 
+// Makes a fresh folder below $TMPDIR (or /tmp); returns it ending in '/'.
+std::string MakeFolder() {
+  const char* tmp = getenv("TMPDIR");
+  std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/tarvo2-example-XXXXXX";
+  if (!mkdtemp(pattern.data())) return std::string();
+  return pattern + "/";
+}
+
 int main(int argc, char** argv) {
-  std::string folder;
+  bool keep = false;
   for (int i = 1; i < argc; ++i) {
-    if (!std::strcmp(argv[i], "--registry") && i + 1 < argc) {
-      SetRegistryLocation(argv[++i]);
-    } else if (!std::strcmp(argv[i], "--ini-folder") && i + 1 < argc) {
-      folder = argv[++i];
-      if (!folder.empty() && folder.back() != '/') folder += '/';
-      SetHostModulePath(folder + "tarvo2_example");
+    if (!std::strcmp(argv[i], "--keep")) {
+      keep = true;
     } else {
-      std::cerr << "usage: " << argv[0] << " [--registry PATH] [--ini-folder DIR]\n";
+      std::cerr << "usage: " << argv[0] << " [--keep]\n";
       return 2;
     }
   }
+  const std::string folder = MakeFolder();
   if (folder.empty()) {
-    folder = GetHostModulePath();
-    folder = folder.substr(0, folder.rfind('/') + 1);
+    std::cerr << "cannot make a temporary folder: " << std::strerror(errno) << "\n";
+    return 1;
   }
+  std::cout << "Working folder: " << folder.substr(0, folder.size() - 1) << " (shown below as $FOLDER)\n";
+  g_folder = folder;
+  // Everything the example stores stays in its folder: the registry, and the
+  // INI file that the window placement helpers put beside the program.
+  SetRegistryLocation(folder + "registry.sqlite3");
+  SetHostModulePath(folder + "tarvo2_example");
+  int status = 0;
   try {
     CallingByName();
     Conversions();
@@ -330,10 +383,19 @@ int main(int argc, char** argv) {
     WindowPlacement(stores);
     CopyAcross(stores);
     Errors();
+    StoreFailure();
   } catch (const Error& e) {
     std::cout << "unexpected failure:\n";
     PrintError(e);
-    return 1;
+    status = 1;
   }
-  return 0;
+  SetRegistryStore(nullptr);
+  std::error_code ec;
+  if (keep) {
+    std::cout << "\nKept " << folder << "\n";
+  } else if (std::filesystem::remove_all(folder, ec) == static_cast<std::uintmax_t>(-1) || ec) {
+    std::cerr << "cannot remove " << folder << ": " << ec.message() << "\n";
+    status = 1;
+  }
+  return status;
 }
