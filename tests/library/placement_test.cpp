@@ -95,6 +95,7 @@ TEST_F(PlacementTest, LateBoundCallsOnTheHandedOutStoreReachTheStore) {
       {tarvo_Registry, u"KivRegistryKey", u"ErrorState", 0},
       {tarvo_StorageString, u"KivStorageString", u"PageCount", 2},
       {tarvo_StorageString, u"KivStorageString", u"PageName", u"WindowParams"},
+      {tarvo_StorageString, u"KivStorageString", u"Value", u""},
       {tarvo_INIFile, u"KivINIFileHandler", u"GetSectionNames", SafeArray::OfStrings({})},
       {tarvo_INIFile, u"KivINIFileHandler", u"Path", u"/apps/Ledger.ini"}};
   Variant lib(lib_);
