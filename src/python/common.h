@@ -135,6 +135,10 @@ inline PyObject* Check(PyObject* o) {
 PyObject* WrapObject(const tarvo2::Ref<tarvo2::Object>& obj);
 // The library object behind a wrapper, or nullptr when `o` is not one.
 tarvo2::Object* UnwrapObject(PyObject* o);
+// The object a reference stands for, whichever of its interfaces it is:
+// what it answers when asked for its own class name (a store for each of its
+// common-interface views), else itself. Identity compares these.
+tarvo2::Ref<tarvo2::Object> IdentityOf(tarvo2::Object* obj);
 // A Python object as a client object of the library.
 tarvo2::Ref<tarvo2::Object> MakeClientObject(PyObject* o);
 // The Python object behind a client object, or nullptr.

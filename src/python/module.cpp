@@ -116,12 +116,13 @@ PYBIND11_MODULE(tarvo2, m) {
       [](py::handle a, py::handle b) {
         tarvo2::Object* x = UnwrapObject(a.ptr());
         tarvo2::Object* y = UnwrapObject(b.ptr());
-        if (x || y) return x == y;
-        return a.ptr() == b.ptr();
+        if (!x || !y) return a.ptr() == b.ptr();
+        return IdentityOf(x) == IdentityOf(y);
       },
       py::arg("a"), py::arg("b"),
-      "Whether a and b are the same object (library objects by identity, any\n"
-      "other Python objects with `is`).");
+      "Whether a and b are the same object, as the runtime's Is operator tells:\n"
+      "a store and its common-interface views are one object. Other Python\n"
+      "objects are compared with `is`.");
   m.def(
       "type_info",
       [](py::handle x) {

@@ -433,14 +433,24 @@ PyObject* WrapRepr(PyObject* self) {
 }
 
 Py_hash_t WrapHash(PyObject* self) {
-  auto h = static_cast<Py_hash_t>(reinterpret_cast<std::uintptr_t>(reinterpret_cast<Wrap*>(self)->obj) >> 4);
+  Py_hash_t h = -1;
+  PyObject* r = Guarded([&] {
+    tarvo2::Ref<tarvo2::Object> id = IdentityOf(reinterpret_cast<Wrap*>(self)->obj);
+    h = static_cast<Py_hash_t>(reinterpret_cast<std::uintptr_t>(id.get()) >> 4);
+    Py_RETURN_NONE;
+  });
+  if (!r) return -1;
+  Py_DECREF(r);
   return h == -1 ? -2 : h;
 }
 
+// == and != tell identity, as tarvo2.same does.
 PyObject* WrapRichCompare(PyObject* a, PyObject* b, int op) {
   if ((op != Py_EQ && op != Py_NE) || !IsWrap(a) || !IsWrap(b)) Py_RETURN_NOTIMPLEMENTED;
-  bool same = reinterpret_cast<Wrap*>(a)->obj == reinterpret_cast<Wrap*>(b)->obj;
-  return PyBool_FromLong(op == Py_EQ ? same : !same);
+  return Guarded([&] {
+    bool same = IdentityOf(reinterpret_cast<Wrap*>(a)->obj) == IdentityOf(reinterpret_cast<Wrap*>(b)->obj);
+    return PyBool_FromLong(op == Py_EQ ? same : !same);
+  });
 }
 
 int WrapBool(PyObject*) { return 1; }
@@ -686,6 +696,12 @@ PyObject* WrapObject(const tarvo2::Ref<tarvo2::Object>& obj) {
   obj->AddRef();
   reinterpret_cast<Wrap*>(w)->obj = obj.get();
   return w;
+}
+
+tarvo2::Ref<tarvo2::Object> IdentityOf(tarvo2::Object* obj) {
+  if (!obj) return tarvo2::Ref<tarvo2::Object>();
+  tarvo2::Ref<tarvo2::Object> own = obj->QueryInterface(obj->ClassName());
+  return own ? own : tarvo2::Ref<tarvo2::Object>(obj);
 }
 
 tarvo2::Object* UnwrapObject(PyObject* o) { return IsWrap(o) ? reinterpret_cast<Wrap*>(o)->obj : nullptr; }

@@ -2,6 +2,7 @@
 # and writes, introspection and errors of bad calls.
 import inspect
 import os
+import pydoc
 
 import pytest
 
@@ -91,6 +92,8 @@ def test_dir_help_and_signatures(ss):
     assert list(sig.parameters) == ["sFieldName", "sArrayDelim", "bDetectArray", "bDetectNum", "vReturn"]
     assert sig.parameters["sArrayDelim"].default == "\t"
     assert "The number of pages" in type(ss).PageCount.__doc__
+    text = pydoc.render_doc(ss, renderer=pydoc.plaintext)  # what help(ss) shows
+    assert "An in-memory, multi-page text store" in text and "Lists the page names, indexed from 1" in text
     assert isinstance(ss, tarvo2.KivStorageString) and isinstance(ss, tarvo2.Object)
     assert type(tarvo2.KivStorageString()) is tarvo2.KivStorageString
     with pytest.raises(TypeError):
