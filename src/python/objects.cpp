@@ -487,10 +487,18 @@ PyObject* WrapSubscript(PyObject* self, PyObject* key) {
   });
 }
 
-// iter(): the object's enumerator (NewEnum).
+// iter(): the object's enumerator (NewEnum), or the object itself when it
+// is an enumerator.
 PyObject* WrapIter(PyObject* self) {
   return Guarded([&]() -> PyObject* {
     tarvo2::Object* obj = Target(self);
+    if (auto* en = dynamic_cast<tarvo2::Enumerator*>(obj)) {
+      EnumIter* it = PyObject_New(EnumIter, &EnumIterType);
+      if (!it) ThrowPy();
+      en->AddRef();
+      it->en = en;
+      return reinterpret_cast<PyObject*>(it);
+    }
     CallArgs none;
     Variant e;
     try {

@@ -72,6 +72,7 @@ def test_indexed_property_len_and_iteration():
     assert len(subs) == subs.Count == 2
     names = [k.KeyName.rsplit("\\", 1)[1] for k in subs]
     assert sorted(names) == ["A", "B"]
+    assert [k.KeyName for k in subs.NewEnum] == [k.KeyName for k in subs]
     assert subs.Item[1] == subs.Item(1) == subs[1]
     assert subs.Item["A"].KeyName.endswith("\\A")
     expect_error(lambda: subs.Item[99], 9, "Subscript out of range", ["Tarvo2", "SubKeysCollection.Item (Get)"])
