@@ -70,8 +70,8 @@ struct RegFileError {
 };
 
 // Parses the whole of `bytes`. On success fills `*file` and returns true.
-// On the first error returns false with `*error` set and `*file` in an
-// unspecified state. Besides the syntax, it checks what the registry store
+// On the first error returns false with `*error` set and `*file` in no
+// particular state. Besides the syntax, it checks what the registry store
 // would refuse: an unknown root, an empty key path component, a component
 // longer than 255 characters or a path deeper than 512 levels, a value name
 // longer than 16,383 characters, a character the code page cannot hold, odd
