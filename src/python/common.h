@@ -137,7 +137,8 @@ PyObject* WrapObject(const tarvo2::Ref<tarvo2::Object>& obj);
 tarvo2::Object* UnwrapObject(PyObject* o);
 // The object a reference stands for, whichever of its interfaces it is:
 // what it answers when asked for its own class name (a store for each of its
-// common-interface views), else itself. Identity compares these.
+// common-interface views), else itself; the same rule as SameObject, used
+// for hashing.
 tarvo2::Ref<tarvo2::Object> IdentityOf(tarvo2::Object* obj);
 // A Python object as a client object of the library.
 tarvo2::Ref<tarvo2::Object> MakeClientObject(PyObject* o);

@@ -116,8 +116,11 @@ PYBIND11_MODULE(tarvo2, m) {
       [](py::handle a, py::handle b) {
         tarvo2::Object* x = UnwrapObject(a.ptr());
         tarvo2::Object* y = UnwrapObject(b.ptr());
-        if (!x || !y) return a.ptr() == b.ptr();
-        return IdentityOf(x) == IdentityOf(y);
+        if (!x || !y) return py::bool_(a.ptr() == b.ptr()).cast<py::object>();
+        return Run([&] {
+          bool same = tarvo2::SameObject(Variant(tarvo2::Ref<tarvo2::Object>(x)), Variant(tarvo2::Ref<tarvo2::Object>(y)));
+          return PyBool_FromLong(same);
+        });
       },
       py::arg("a"), py::arg("b"),
       "Whether a and b are the same object, as the runtime's Is operator tells:\n"

@@ -448,7 +448,8 @@ Py_hash_t WrapHash(PyObject* self) {
 PyObject* WrapRichCompare(PyObject* a, PyObject* b, int op) {
   if ((op != Py_EQ && op != Py_NE) || !IsWrap(a) || !IsWrap(b)) Py_RETURN_NOTIMPLEMENTED;
   return Guarded([&] {
-    bool same = IdentityOf(reinterpret_cast<Wrap*>(a)->obj) == IdentityOf(reinterpret_cast<Wrap*>(b)->obj);
+    bool same = tarvo2::SameObject(Variant(tarvo2::Ref<tarvo2::Object>(reinterpret_cast<Wrap*>(a)->obj)),
+                                   Variant(tarvo2::Ref<tarvo2::Object>(reinterpret_cast<Wrap*>(b)->obj)));
     return PyBool_FromLong(op == Py_EQ ? same : !same);
   });
 }
