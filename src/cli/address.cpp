@@ -21,7 +21,6 @@ ExitCode ExitCodeFor(const Error& error) {
   if (auto* tool = dynamic_cast<const ToolError*>(&error)) return tool->exit_code();
   switch (error.Number()) {
     case err::kFileNotFound:
-    case err::kPathNotFound:
     case LibraryErrorNumber(ErrBadKey):
     case LibraryErrorNumber(ErrPageNotFound):
     case LibraryErrorNumber(ErrFieldNotFound):

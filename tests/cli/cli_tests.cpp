@@ -445,5 +445,33 @@ TEST_F(CliTest, MalformedFilesNameLineAndColumnAndChangeNothing) {
   EXPECT_EQ(missing.err, "tarvo2: error 53: File not found: " + P("none.reg") + " [tarvo2 <- tarvo2 import]\n");
 }
 
+TEST(CompletionTest, CompletesVerbsOptionsFormatsAndRoots) {
+  const struct {
+    const char* line;  // the command line up to the cursor
+    const char* expected;
+  } rows[] = {
+      {"tarvo2 ex", "export\n"},
+      {"tarvo2 get -", "--help\n--registry\n--format\n--delimiter\n--raw\n"},
+      {"tarvo2 del -", "--help\n--registry\n--recursive\n"},
+      {"tarvo2 list -f j", "json\n"},
+      {"tarvo2 set reg:HKL", "HKLM\\\n"},  // bash puts back only what follows the ':'
+      {"tarvo2 get page:/nonexistent/x", ""},
+      {"tarvo2 copy i", "ini:\n"},
+  };
+  for (const auto& row : rows) {
+    // Words split as bash splits them, at blanks and around ':'.
+    std::string cmd = std::string("bash -c 'source " TARVO2_CLI_COMPLETION "; COMP_LINE=\"") + row.line +
+                      "\"; COMP_POINT=${#COMP_LINE}; read -ra COMP_WORDS <<< \"${COMP_LINE//:/ : }\"; "
+                      "COMP_CWORD=$((${#COMP_WORDS[@]}-1)); _tarvo2; "
+                      "[ ${#COMPREPLY[@]} -gt 0 ] && printf \"%s\\n\" \"${COMPREPLY[@]}\"'";
+    std::string out;
+    FILE* p = ::popen(cmd.c_str(), "r");
+    char buf[1024];
+    for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
+    ::pclose(p);
+    EXPECT_EQ(out, row.expected) << row.line;
+  }
+}
+
 }  // namespace
 }  // namespace tarvo2::regfile
