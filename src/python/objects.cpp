@@ -662,9 +662,10 @@ PyObject* CallMember(tarvo2::Object* obj, DispId id, InvokeKind kind, PyObject* 
   std::size_t nrefs = 0;
   for (Py_ssize_t i = 0; i < total; ++i)
     if (Py_TYPE(args[i]) == reinterpret_cast<PyTypeObject*>(G.Ref)) ++nrefs;
-  std::vector<Variant> ref_values;
+  std::vector<Variant> ref_values, ref_before;
   std::vector<PyObject*> ref_cells;
   ref_values.reserve(nrefs);
+  ref_before.reserve(nrefs);
   ref_cells.reserve(nrefs);
 
   std::vector<tarvo2::Arg> items;
@@ -674,6 +675,7 @@ PyObject* CallMember(tarvo2::Object* obj, DispId id, InvokeKind kind, PyObject* 
     if (Py_TYPE(a) == reinterpret_cast<PyTypeObject*>(G.Ref)) {
       py::object v = py::reinterpret_steal<py::object>(Check(PyObject_GetAttr(a, G.s_value)));
       ref_values.push_back(FromPy(v.ptr()));
+      ref_before.push_back(ref_values.back());
       ref_cells.push_back(a);
       tarvo2::Arg arg{Variant()};
       arg.ref = &ref_values.back();
@@ -686,7 +688,10 @@ PyObject* CallMember(tarvo2::Object* obj, DispId id, InvokeKind kind, PyObject* 
   CallArgs call(std::move(items));
   tarvo2::Ref<tarvo2::Object> keep(obj);  // the call may drop the wrapper's reference
   Variant result = keep->Invoke(id, kind, call);
+  // A cell changes only when the member changed its value: a cell passed
+  // to a by-value parameter keeps the very object it held.
   for (std::size_t k = 0; k < nrefs; ++k) {
+    if (ref_values[k] == ref_before[k]) continue;
     py::object v = py::reinterpret_steal<py::object>(ToPy(ref_values[k]));
     if (PyObject_SetAttr(ref_cells[k], G.s_value, v.ptr()) < 0) ThrowPy();
   }

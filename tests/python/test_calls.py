@@ -61,6 +61,14 @@ def test_by_reference_cells(host):
     nothing = tarvo2.Ref("kept")
     lib.KivRestoreFormParams(Form(name="other"), vExtraParams=nothing)
     assert nothing.value == "kept"
+    # A cell given to a by-value parameter keeps its very object.
+    items = ["a", "b"]
+    cell = tarvo2.Ref(items)
+    assert ss_value_of(cell) == ["a", "b"] and cell.value is items
+
+
+def ss_value_of(cell):
+    return tarvo2.CreateObject("Tarvo2.KivStorageString").GetValue("none", vReturn=cell)
 
 
 def test_indexed_property_len_and_iteration():
