@@ -79,7 +79,7 @@ PyObject* DateToPy(double serial) {
 
 bool ValidElementType(long t) {
   switch (t) {
-    case 2: case 3: case 4: case 5: case 6: case 7: case 8: case 9: case 10: case 11: case 12: case 17:
+    case 2: case 3: case 4: case 5: case 6: case 7: case 8: case 9: case 10: case 11: case 12: case 17: case 36:
       return true;
     default:
       return false;

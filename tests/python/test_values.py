@@ -106,8 +106,10 @@ def test_records_are_read_only_objects(ss):
         first.Hits = 3
     with pytest.raises(AttributeError):
         first.NoSuchField
-    # A record passed back in is the same record.
+    # Records and arrays of records passed back in come back equal.
     assert ss.GetValue("none", vReturn=first) == first
+    back = ss.GetValue("none", vReturn=results)
+    assert back == results and back.element_type == V.Record
 
 
 def test_objects_are_wrappers_with_identity(ss):
