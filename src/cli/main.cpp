@@ -70,6 +70,7 @@ Variant ValueOf(const std::string& text, bool number) {
 int Run(int argc, char** argv) {
   CLI::App app{kDescription, "tarvo2"};
   app.require_subcommand(1, 1);
+  app.set_version_flag("--version", "tarvo2 " TARVO2_CLI_VERSION);
   app.fallthrough();
   Settings s;
   app.add_option("--registry", s.registry,

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -439,7 +440,9 @@ void ExportRegistry(const Address& a, const std::string& file, const std::string
   std::string tmp = file + ".XXXXXX";
   int fd = ::mkstemp(tmp.data());
   if (fd < 0) Fail(kExitStoreFailure, err::kPathFileAccessError, "Path/File access error: " + file + ": " + std::strerror(errno));
-  ::fchmod(fd, 0644);
+  mode_t mask = ::umask(0);  // mkstemp makes 0600; give the file the usual mode
+  ::umask(mask);
+  ::fchmod(fd, 0666 & ~mask);
   std::size_t done = 0;
   while (done < text.size()) {
     ssize_t n = ::write(fd, text.data() + done, text.size() - done);
