@@ -8,12 +8,13 @@ C++ call (the library's own work) and as a C++ call by name, and reports
 the dispatch overhead of the Python call: its time minus the typed call's.
 
 Run: TARVO2_REGISTRY=:memory: PYTHONPATH=build/python /usr/bin/python3 bench/python_bench.py
-Each figure is the best of several rounds, which keeps other load on the
-machine out of the comparison.
+Times are the thread's CPU time (time spent preempted by other work on the
+machine does not count), the best of several rounds.
 """
 import configparser
 import os
 import sys
+import time
 import timeit
 
 os.environ.setdefault("TARVO2_REGISTRY", ":memory:")
@@ -36,9 +37,9 @@ def measure(env, ss):
     all cases one after the other, so that load on the machine that comes
     and goes weighs on all of them alike."""
     cases = {
-        "by_name": lambda: timeit.Timer('ss.GetValue("a")', globals=env).timeit(CALLS) / CALLS * 1e9,
-        "python_call": lambda: timeit.Timer('plain.GetValue("a")', globals=env).timeit(CALLS) / CALLS * 1e9,
-        "config_get": lambda: timeit.Timer('cp.get("s", "a")', globals=env).timeit(CALLS) / CALLS * 1e9,
+        "by_name": lambda: timeit.Timer('ss.GetValue("a")', timer=time.thread_time, globals=env).timeit(CALLS) / CALLS * 1e9,
+        "python_call": lambda: timeit.Timer('plain.GetValue("a")', timer=time.thread_time, globals=env).timeit(CALLS) / CALLS * 1e9,
+        "config_get": lambda: timeit.Timer('cp.get("s", "a")', timer=time.thread_time, globals=env).timeit(CALLS) / CALLS * 1e9,
         "typed": lambda: tarvo2._time_typed_get_value(ss, "a", CALLS),
         "cpp_by_name": lambda: tarvo2._time_dispatch_get_value(ss, "a", CALLS),
     }
