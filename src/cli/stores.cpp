@@ -405,7 +405,10 @@ void Copy(const Address& source, const Address& target) {
       } else if (ss->get_PageCount() > 1) {
         std::string list;
         SafeArray names = ss->GetPageNames();
-        for (const Variant& n : names.Items()) list += (list.empty() ? "" : ", ") + U8(n.AsString());
+        for (const Variant& n : names.Items()) {
+          if (&n != &names.Items().front()) list += ", ";
+          list += n.AsString().empty() ? "\"\"" : U8(n.AsString());  // an unnamed page shows as ""
+        }
         UsageError("the copy gives " + std::to_string(ss->get_PageCount()) + " pages (" + list +
                    "); a page file holds one: name it with page:FILE#PAGE");
       }

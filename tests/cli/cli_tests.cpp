@@ -14,6 +14,7 @@
 
 #include <gtest/gtest.h>
 
+#include "cli/output.h"
 #include "cli/reg_file.h"
 #include "cli/reg_transfer.h"
 #include "tarvo2/registry_store.h"
@@ -158,6 +159,26 @@ TEST(RegFileTest, ImportUndoesEverythingWhenTheStoreFailsMidway) {
     EXPECT_EQ(after.find("New"), std::string::npos) << "write " << n;
     EXPECT_NE(after.find("|dword|4|2a000080"), std::string::npos) << "write " << n;
   }
+}
+
+TEST(OutputTest, JsonAndShellPiecesAreValid) {
+  const struct {
+    Variant value;
+    const char* json;
+  } values[] = {
+      {Variant(0.5), "0.5"},
+      {Variant(-0.25), "-0.25"},
+      {Variant(1.5e20), "1.5E+20"},
+      {Variant(std::int32_t{-7}), "-7"},
+      {Variant(u"tab\t \"q\" \\ \x01 \u00e9"), "\"tab\\t \\\"q\\\" \\\\ \\u0001 \xC3\xA9\""},
+      {Variant(), "null"},
+      {Variant(SafeArray::OfStrings({u"a", u""})), "[\"a\", \"\"]"},
+  };
+  for (const auto& row : values) EXPECT_EQ(cli::JsonValue(row.value), row.json) << row.json;
+  const std::pair<std::u16string, const char*> names[] = {
+      {u"Colour", "Colour"}, {u"my key", "my_key"}, {u"9lives", "_9lives"}, {u"", "_"}, {u"\u00e9t\u00e9", "_t_"}};
+  for (const auto& [name, shell] : names) EXPECT_EQ(cli::ShellName(name), shell);
+  EXPECT_EQ(cli::ShellQuote("it's"), "'it'\\''s'");
 }
 
 // ---------------------------------------------------------------------------
@@ -319,6 +340,10 @@ TEST_F(CliTest, ErrorsGiveTheirExitCodeAndOneLine) {
       {{"copy", "ini:@/a.ini#S", "page:@/p"}, 2, "", "tarvo2: error 5: copy takes a whole INI file as its source: drop '#S' [tarvo2 <- tarvo2 copy]\n"},
       {{"set", "--registry", "@/none/r.db", "reg:HKCU\\A", "x", "1"}, 3, "", "tarvo2: error 1011: The registry database cannot be opened: @/none/r.db [tarvo2 <- KivRegistryKey.KeyName (Let) <- tarvo2 set]\n"},
       {{"get", "--registry", "@/none.db", "reg:HKCU\\A", "x"}, 1, "", "tarvo2: error 53: File not found: registry database @/none.db [tarvo2 <- tarvo2 get]\n"},
+      {{"--registry", "@/other.db", "set", "reg:HKCU\\O", "x", "1"}, 0, "", ""},
+      {{"get", "reg:HKCU\\O", "x"}, 1, "", "tarvo2: error -2147211499: Bad Key: HKEY_CURRENT_USER\\O does not exist [tarvo2 <- tarvo2 get]\n"},
+      {{"copy", "reg:HKCU", "page:@/p"}, 2, "", "tarvo2: error 5: the copy gives 2 pages (\"\", A); a page file holds one: name it with page:FILE#PAGE [tarvo2 <- tarvo2 copy]\n"},
+      {{"export", "ini:@/a.ini", "@/x.reg"}, 2, "", "tarvo2: error 5: export takes a registry key: reg:ROOT\\KEY [tarvo2 <- tarvo2 export]\n"},
   });
   EXPECT_FALSE(std::filesystem::exists(P("none.db")));
   for (const char* verb : {"get", "set", "del", "list", "copy", "export", "import"}) {
@@ -359,6 +384,10 @@ TEST_F(CliTest, ExportImportRoundTripsByteForByte) {
   }
   EXPECT_EQ(ReadFile(P("x-utf16.reg")).substr(0, 4), std::string("\xFF\xFE" "W\0", 4));
   EXPECT_EQ(ReadFile(P("x-regedit4.reg")).substr(0, 10), "REGEDIT4\r\n");
+  ASSERT_EQ(Run({"del", "-r", "reg:HKCU\\Software\\Odd"}).exit, 0);
+  Result piped = Run({"import", "-"}, ReadFile(P("x-utf8.reg")));
+  EXPECT_EQ(piped.exit, 0) << piped.err;
+  EXPECT_EQ(DumpDb(), before);
   Result missing = Run({"export", "reg:HKCU\\Nope", P("n.reg")});
   EXPECT_EQ(missing.exit, 1);
   EXPECT_FALSE(std::filesystem::exists(P("n.reg")));
