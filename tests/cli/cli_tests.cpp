@@ -187,8 +187,9 @@ TEST(OutputTest, JsonAndShellPiecesAreValid) {
 class CliTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/tarvo2-cli-XXXXXX";
-    ASSERT_NE(::mkdtemp(pattern), nullptr);
+    const char* tmp = std::getenv("TMPDIR");
+    std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/tarvo2-cli-XXXXXX";
+    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
     dir_ = pattern;
     db_ = dir_ + "/registry.sqlite3";
   }
