@@ -85,6 +85,9 @@ FileStatus PosixError(const std::string& path, int err,
 struct FileInfo {
   bool exists = false;
   bool is_directory = false;
+  // True for a regular file; false for a folder, a FIFO, a socket or a
+  // device, which the library neither reads nor writes.
+  bool is_regular = false;
   // False when the caller may not write the file, or when the file has no
   // write permission bit at all (treated as read-only even for root, as the
   // read-only attribute is on Windows).
@@ -119,19 +122,26 @@ class FileSystem {
   static FileSystem* Default();
 
   // Stores the whole content of the file `path` in *contents. On failure
-  // *contents is unchanged: 53 for a missing file, 75 for a folder, ...
+  // *contents is unchanged: 53 for a missing file, 75 for a folder, and 75
+  // at once, without waiting or reading, for anything else that is not a
+  // regular file (a FIFO, a socket, a device such as /dev/zero).
   virtual FileStatus ReadFile(const std::string& path,
                               std::string* contents) = 0;
 
   // Creates or truncates `path` and writes `data` to it; with `sync` the
   // data is flushed to the device before returning. A missing folder gives
-  // 76. On failure the file may hold part of `data`; use
+  // 76, a path that names no regular file 75 (at once, nothing written).
+  // On failure the file may hold part of `data`; use
   // ReplaceFileAtomically() where that is not acceptable.
   virtual FileStatus WriteFile(const std::string& path, std::string_view data,
                                bool sync) = 0;
 
   // Writes `data` after the existing content of `path`, creating the file
-  // when it does not exist.
+  // when it does not exist, and flushes it to the device. On failure (a
+  // full disk, say) the file is cut back to its old length, so it holds
+  // exactly its old bytes. Appenders using this call take turns on one
+  // file (the POSIX file system locks it as LockFile() does). A path that
+  // names no regular file gives 75 at once.
   virtual FileStatus AppendFile(const std::string& path,
                                 std::string_view data) = 0;
 
@@ -175,12 +185,17 @@ class FileSystem {
 
   // Takes an exclusive lock for the read-modify-write of the file `path`,
   // waiting for other holders in this or any other process; the lock is
-  // held until *lock is destroyed. The lock never touches the bytes of
-  // `path` itself. The POSIX file system locks (flock) the folder that
-  // holds the symbolic link target of `path`: the folder survives the
-  // rename that replaces the file, and no lock file is left behind. Writers
-  // of different files in one folder therefore take turns. The folder must
-  // exist: 76 otherwise.
+  // held until *lock is destroyed. Only writers of the same file wait for
+  // each other. A missing file is created empty, since a lock needs a file
+  // (callers lock only what they are about to write); the folder must
+  // exist: 76 otherwise. A file the caller may not write gives 70, and
+  // anything but a regular file 75, without waiting.
+  // The POSIX file system takes an exclusive open-file-description lock
+  // (F_OFD_SETLKW) on the symbolic link target of `path`, opened for
+  // reading and writing, which also works on NFS; no lock file is made.
+  // After the lock is taken it checks that the path still names the
+  // locked file, and locks the new one when a rename replaced it, so a
+  // writer that renames a new file over the target hands the lock on.
   virtual FileStatus LockFile(const std::string& path,
                               std::unique_ptr<FileLock>* lock) = 0;
 
@@ -189,8 +204,12 @@ class FileSystem {
   // temporary file in the same folder, is flushed, and is renamed over the
   // target. An existing target keeps its permission bits; a symbolic link
   // stays a link and its final target receives the data. A read-only
-  // target gives 70 and a folder 75, without changing anything. On any
-  // failure the target is unchanged and no temporary file is left.
+  // target gives 70, a folder or anything else that is not a regular file
+  // 75, without changing anything. On any failure the target is unchanged
+  // and no temporary file is left. Temporary files of the same target
+  // left by writers that were killed (their process is gone; only those
+  // of this host are judged) are removed first, so they never outlive the
+  // next write.
   // Built on the virtual primitives above, so wrappers and fault injection
   // apply to its steps.
   FileStatus ReplaceFileAtomically(const std::string& path,

@@ -330,11 +330,16 @@ struct SqliteRegistryOptions {
 // Always returns a store. If the database could not be opened, every call
 // of the returned store except CloseKey returns the failure code:
 // kErrorBadDatabase when the file is not a valid registry database (corrupt,
-// or of a newer schema), kErrorCantOpen otherwise (no such folder, no
-// permission, a read-only file that holds no registry yet). When
-// `open_result` is not null it receives that code, or kErrorSuccess.
-// A file that can only be read opens successfully: reads work and every
-// write gives kErrorCantWrite.
+// of a newer schema, or another program's: any database that is neither
+// empty nor ours, which is then left byte for byte as it was),
+// kErrorCantOpen otherwise (no such folder, no permission, a read-only file
+// that holds no registry yet). A lock that another process held for longer
+// than the busy timeout gives kErrorCantWrite, and is transient: every later
+// call tries to open the database again until it succeeds. When
+// `open_result` is not null it receives the first try's code, or
+// kErrorSuccess. A file that can only be read opens successfully, also in a
+// folder that can only be read: reads work and every write gives
+// kErrorCantWrite.
 std::shared_ptr<RegistryStore> OpenSqliteRegistryStore(
     const std::string& path,
     const SqliteRegistryOptions& options = SqliteRegistryOptions(),

@@ -189,6 +189,7 @@ class MemFileSystem : public FileSystem {
     if (n == nullptr) return FileStatus::OK();
     info->exists = true;
     info->is_directory = n->is_directory;
+    info->is_regular = !n->is_directory;
     info->writable = (n->mode & 0222) != 0;
     info->device = 1;
     info->inode = n->inode;
@@ -221,6 +222,15 @@ class MemFileSystem : public FileSystem {
       std::lock_guard<std::mutex> l(mu_);
       if (int err = ParentErrno(p.key))
         return PosixError(path, err, ErrnoContext::kCreate);
+      auto it = nodes_.find(p.key);
+      if (it != nodes_.end() && it->second.is_directory) return PosixError(path, EISDIR);
+      if (it != nodes_.end() && (it->second.mode & 0222) == 0) return PosixError(path, EACCES);
+    }
+    // Like the POSIX file system, a lock needs a file: a missing one is
+    // created empty.
+    if (!Exists(path)) {
+      FileStatus s = Write(path, "", /*append=*/true);
+      if (!s.ok()) return s;
     }
     std::unique_lock<std::mutex> l(locks_->mu);
     locks_->cv.wait(l, [&] { return locks_->held.count(p.key) == 0; });

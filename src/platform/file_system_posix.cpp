@@ -26,6 +26,8 @@ class FdCloser {
   ~FdCloser() { if (fd_ >= 0) ::close(fd_); }
   // Closes now and reports a failure of close itself (a late write error).
   int Close() { int r = ::close(fd_); fd_ = -1; return r; }
+  // Hands the descriptor over; it is no longer closed here.
+  int Release() { int fd = fd_; fd_ = -1; return fd; }
  private:
   int fd_;
 };
@@ -39,6 +41,14 @@ FileStatus WriteAll(int fd, const std::string& path, std::string_view data) {
   return FileStatus::OK();
 }
 
+// Refuses what is not a regular file: a folder (EISDIR, 75), a FIFO, a
+// socket or a device (75 as well, with its own message).
+FileStatus RegularFileOnly(const std::string& path, const struct stat& st) {
+  if (S_ISREG(st.st_mode)) return FileStatus::OK();
+  if (S_ISDIR(st.st_mode)) return PosixError(path, EISDIR);
+  return FileStatus::Error(kPathFileAccessError, path + ": not a regular file");
+}
+
 std::string DirOf(const std::string& path) {
   size_t slash = path.rfind('/');
   if (slash == std::string::npos) return ".";
@@ -48,7 +58,7 @@ std::string DirOf(const std::string& path) {
 class PosixFileLock : public FileLock {
  public:
   explicit PosixFileLock(int fd) : fd_(fd) {}
-  ~PosixFileLock() override { ::close(fd_); }  // closing releases the flock
+  ~PosixFileLock() override { ::close(fd_); }  // closing releases the lock
  private:
   int fd_;
 };
@@ -56,12 +66,14 @@ class PosixFileLock : public FileLock {
 class PosixFileSystem : public FileSystem {
  public:
   FileStatus ReadFile(const std::string& path, std::string* contents) override {
-    int fd = RetryEintr([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC); });
+    // Non-blocking, so that a FIFO or a device is refused at once instead of
+    // waiting for a writer or reading without end.
+    int fd = RetryEintr([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); });
     if (fd < 0) return PosixError(path, errno);
     FdCloser closer(fd);
     struct stat st;
     if (::fstat(fd, &st) != 0) return PosixError(path, errno);
-    if (S_ISDIR(st.st_mode)) return PosixError(path, EISDIR);
+    if (FileStatus s = RegularFileOnly(path, st); !s.ok()) return s;
     std::string data;
     data.reserve(static_cast<size_t>(st.st_size));
     char buf[64 * 1024];
@@ -136,6 +148,7 @@ class PosixFileSystem : public FileSystem {
     }
     info->exists = true;
     info->is_directory = S_ISDIR(st.st_mode);
+    info->is_regular = S_ISREG(st.st_mode);
     info->writable = check_writable && (st.st_mode & 0222) != 0 &&
                      ::access(path.c_str(), W_OK) == 0;
     info->device = st.st_dev;
@@ -177,34 +190,73 @@ class PosixFileSystem : public FileSystem {
     std::string target;
     FileStatus s = ResolveSymlinks(path, &target);
     if (!s.ok()) return s;
-    // Lock the folder that holds the final target: it outlives the atomic
-    // rename that replaces the file, and locking it leaves nothing behind.
-    std::size_t slash = target.rfind('/');
-    std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : target.substr(0, slash);
-    int fd = RetryEintr([&] { return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
-    if (fd < 0) return PosixError(folder, errno, ErrnoContext::kCreate);
-    if (RetryEintr([&] { return ::flock(fd, LOCK_EX); }) != 0) {
-      int err = errno;
-      ::close(fd);
-      return PosixError(folder, err);
+    // An exclusive open-file-description lock on the whole target file,
+    // opened for writing as NFS requires of a write lock. A writer replaces
+    // the file by renaming a new one over it, so once the lock is ours the
+    // path must still name the locked file; when it names another one,
+    // lock that one instead.
+    for (;;) {
+      int fd = RetryEintr([&] {
+        return ::open(target.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
+      });
+      if (fd < 0) return PosixError(target, errno, ErrnoContext::kCreate);
+      FdCloser closer(fd);
+      struct stat st;
+      if (::fstat(fd, &st) != 0) return PosixError(target, errno);
+      if (s = RegularFileOnly(target, st); !s.ok()) return s;
+      struct flock fl = {};
+      fl.l_type = F_WRLCK;
+      fl.l_whence = SEEK_SET;  // l_start 0, l_len 0: the whole file
+      if (RetryEintr([&] { return ::fcntl(fd, F_OFD_SETLKW, &fl); }) != 0)
+        return PosixError(target, errno);
+      struct stat now;
+      if (::stat(target.c_str(), &now) == 0 && now.st_dev == st.st_dev &&
+          now.st_ino == st.st_ino) {
+        *lock = std::make_unique<PosixFileLock>(closer.Release());
+        return FileStatus::OK();
+      }
+      // Replaced or removed while we waited: closing drops the stale lock.
     }
-    *lock = std::make_unique<PosixFileLock>(fd);
-    return FileStatus::OK();
   }
 
  private:
   static FileStatus Write(const std::string& path, std::string_view data,
                           int mode_flag, bool sync) {
     int fd = RetryEintr([&] {
-      return ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | mode_flag, 0666);
+      return ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NONBLOCK | mode_flag, 0666);
     });
-    if (fd < 0) return PosixError(path, errno, ErrnoContext::kCreate);
+    if (fd < 0) {
+      // A FIFO without a reader: refused like any FIFO.
+      if (errno == ENXIO) return FileStatus::Error(kPathFileAccessError, path + ": not a regular file");
+      return PosixError(path, errno, ErrnoContext::kCreate);
+    }
     FdCloser closer(fd);
+    struct stat st;
+    if (::fstat(fd, &st) != 0) return PosixError(path, errno);
+    if (FileStatus s = RegularFileOnly(path, st); !s.ok()) return s;
+    off_t old_size = 0;
+    if (mode_flag == O_APPEND) {
+      // Appenders of this library take turns, so that the length read here
+      // is the one to go back to when the write fails half way.
+      struct flock fl = {};
+      fl.l_type = F_WRLCK;
+      fl.l_whence = SEEK_SET;
+      if (RetryEintr([&] { return ::fcntl(fd, F_OFD_SETLKW, &fl); }) != 0 ||
+          ::fstat(fd, &st) != 0)
+        return PosixError(path, errno);
+      old_size = st.st_size;
+    }
     FileStatus s = WriteAll(fd, path, data);
-    if (!s.ok()) return s;
-    if (sync && ::fsync(fd) != 0) return PosixError(path, errno);
-    if (closer.Close() != 0) return PosixError(path, errno);
-    return FileStatus::OK();
+    // An append is always flushed, so that a late failure still finds the
+    // file open and locked.
+    if (s.ok() && (sync || mode_flag == O_APPEND) && ::fsync(fd) != 0) s = PosixError(path, errno);
+    if (!s.ok()) {
+      // A failed append is cut back: the file keeps exactly its old bytes.
+      if (mode_flag == O_APPEND && ::ftruncate(fd, old_size) == 0) ::fsync(fd);
+      return s;
+    }
+    if (closer.Close() != 0) s = PosixError(path, errno);
+    return s;
   }
 };
 

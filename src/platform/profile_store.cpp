@@ -171,12 +171,13 @@ class DefaultProfileStore : public ProfileStore {
       uint32_t code = CreateFolders(fs, ParentOf(path));
       if (code != kProfileOk) return code;
     }
-    // Refuse before taking the lock, so that a refused write creates
-    // nothing, not even the lock file.
+    // Refuse before taking the lock, which creates a missing file, so that
+    // a refused write creates nothing. A FIFO or a device is refused before
+    // anything could wait on it.
     FileInfo info;
     FileStatus s = fs->GetFileInfo(path, &info);
     if (!s.ok()) return CodeOf(s);
-    if (info.exists && (info.is_directory || !info.writable)) return kProfileAccessDenied;
+    if (info.exists && (!info.is_regular || !info.writable)) return kProfileAccessDenied;
     if (!info.exists) {
       if (deleting) return kProfileOk;
       if (!fs->IsDirectory(ParentOf(path))) return kProfilePathNotFound;
@@ -185,6 +186,23 @@ class DefaultProfileStore : public ProfileStore {
     std::unique_ptr<FileLock> lock;
     s = fs->LockFile(path, &lock);
     if (!s.ok()) return CodeOf(s);
+    uint32_t code = WriteLocked(fs, path, section, key, key_in, value);
+    if (code != kProfileOk && !info.exists) {
+      // The lock made an empty file for the write that failed: remove it
+      // again, so that the failed write leaves nothing behind.
+      FileInfo now;
+      if (fs->GetFileInfo(path, &now).ok() && now.exists && now.is_regular && now.size == 0)
+        fs->DeleteFile(path);
+    }
+    return code;
+  }
+
+  // The read-modify-write of Write(), under the file's lock.
+  uint32_t WriteLocked(FileSystem* fs, const std::string& path, const std::string& section,
+                       const std::string& key, const char* key_in, const char* value) {
+    const bool deleting = key_in == nullptr || value == nullptr;
+    FileInfo info;
+    FileStatus s;
     // Another process may have written the file since: read it again under
     // the lock.
     std::shared_ptr<const ProfileText> text;
@@ -249,7 +267,7 @@ class DefaultProfileStore : public ProfileStore {
       cache_.erase(path);
       return fs->IsDirectory(ParentOf(path)) ? kProfileFileNotFound : kProfilePathNotFound;
     }
-    if (info.is_directory) return kProfileAccessDenied;
+    if (!info.is_regular) return kProfileAccessDenied;  // a folder, a FIFO, a device
     auto it = cache_.find(path);
     int64_t now = NowNs();
     if (it != cache_.end() && it->second.info.SameVersion(info) &&

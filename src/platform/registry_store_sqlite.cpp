@@ -24,6 +24,7 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -110,11 +111,14 @@ std::int32_t CopyValueOut(std::int32_t code, std::uint32_t stored_type,
   return kErrorSuccess;
 }
 
-// The result code for a failed open, from the SQLite code.
+// The result code for a failed open, from the SQLite code. A lock that
+// another connection held for longer than the busy timeout is a transient
+// failure, which the next call tries again.
 std::int32_t OpenError(int rc) {
   int primary = rc & 0xFF;
   if (primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB)
     return kErrorBadDatabase;
+  if (primary == SQLITE_BUSY || primary == SQLITE_LOCKED) return kErrorCantWrite;
   return kErrorCantOpen;
 }
 
@@ -175,14 +179,13 @@ int BindParam(sqlite3_stmt* stmt, int index, ValueData data) {
 class SqliteRegistryStore final : public RegistryStore {
  public:
   SqliteRegistryStore(const std::string& path,
-                      const SqliteRegistryOptions& options) {
+                      const SqliteRegistryOptions& options)
+      : path_(path), options_(options) {
     open_result_ = Open(path, options);
+    CloseConnectionIfTransient();
   }
 
-  ~SqliteRegistryStore() override {
-    for (auto& entry : statements_) sqlite3_finalize(entry.second);
-    if (db_ != nullptr) sqlite3_close_v2(db_);
-  }
+  ~SqliteRegistryStore() override { CloseConnection(); }
 
   std::int32_t open_result() const { return open_result_; }
 
@@ -218,13 +221,27 @@ class SqliteRegistryStore final : public RegistryStore {
     std::uint32_t access;
   };
 
+  // Opens the database and makes it ours when it is empty; the result code
+  // of the open. kErrorCantWrite (a lock held elsewhere) is transient: the
+  // next call tries again (EnsureOpen).
   std::int32_t Open(const std::string& path,
                     const SqliteRegistryOptions& options);
+  int OpenConnection(const std::string& name, int flags,
+                     const SqliteRegistryOptions& options);
+  void CloseConnection();
+  void CloseConnectionIfTransient();
+  void EnsureOpen();
+  // The schema version, the application id and the number of schema
+  // objects; a SQLite code.
+  int ReadHeader(std::int64_t* version, std::int64_t* app_id,
+                 std::int64_t* objects);
+  // A URI that opens `path` read-only without locks or a shared-memory file.
+  static std::string ImmutableUri(const std::string& path);
 
   // The handle table. Requires mu_ held.
   // kErrorSuccess with the handle's entry in *handle; else the store's open
   // failure, or kErrorInvalidHandle when `key` is no handle.
-  std::int32_t Lookup(RegKey key, Handle* handle) const;
+  std::int32_t Lookup(RegKey key, Handle* handle);
   RegKey AddHandle(std::int64_t key_id, std::uint32_t access);
 
   // The cached statement for `sql` (a string literal), or null with the
@@ -304,6 +321,8 @@ class SqliteRegistryStore final : public RegistryStore {
   // The result for a value write through a handle without kKeySetValue.
   std::int32_t DeniedWrite(const Handle& handle);
 
+  const std::string path_;
+  const SqliteRegistryOptions options_;
   std::mutex mu_;
   sqlite3* db_ = nullptr;
   std::int32_t open_result_ = kErrorCantOpen;
@@ -322,27 +341,27 @@ std::int32_t SqliteRegistryStore::Open(const std::string& path,
     int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (fd >= 0) ::close(fd);
   }
-  int rc = sqlite3_open_v2(
-      path.c_str(), &db_,
-      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
-      nullptr);
+  int rc = OpenConnection(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, options);
   if (rc != SQLITE_OK) return OpenError(rc);
-  sqlite3_extended_result_codes(db_, 1);
-  sqlite3_busy_timeout(db_, options.busy_timeout_ms);
 
   // Reading the header tells a database from any other file.
-  std::int64_t version = 0, app_id = 0;
-  for (auto [sql, value] : {std::pair{"PRAGMA user_version", &version},
-                            std::pair{"PRAGMA application_id", &app_id}}) {
-    sqlite3_stmt* stmt = Statement(sql, &rc);
-    if (stmt == nullptr) return OpenError(rc);
-    StatementScope scope(stmt);
-    rc = sqlite3_step(stmt);
-    if (rc != SQLITE_ROW) return OpenError(rc);
-    *value = sqlite3_column_int64(stmt, 0);
+  std::int64_t version = 0, app_id = 0, objects = 0;
+  rc = ReadHeader(&version, &app_id, &objects);
+  if (((rc & 0xFF) == SQLITE_READONLY || (rc & 0xFF) == SQLITE_CANTOPEN) && !in_memory &&
+      sqlite3_db_readonly(db_, "main") == 1) {
+    // A database in WAL mode that we may only read, in a folder where its
+    // shared-memory file cannot be made: read it as an unchanging file.
+    CloseConnection();
+    rc = OpenConnection(ImmutableUri(path), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, options);
+    if (rc != SQLITE_OK) return OpenError(rc);
+    rc = ReadHeader(&version, &app_id, &objects);
   }
+  if (rc != SQLITE_OK) return OpenError(rc);
   if (version != 0 && (version != kSchemaVersion || app_id != kApplicationId))
     return kErrorBadDatabase;  // a newer registry, or another program's file
+  // Only an empty database becomes ours; another program's is left exactly
+  // as it is, not even switched to WAL.
+  if (version == 0 && (objects != 0 || app_id != 0)) return kErrorBadDatabase;
 
   const bool read_only = sqlite3_db_readonly(db_, "main") == 1;
   if (!read_only && !in_memory) {
@@ -362,6 +381,64 @@ std::int32_t SqliteRegistryStore::Open(const std::string& path,
     }
   }
   return kErrorSuccess;
+}
+
+int SqliteRegistryStore::OpenConnection(const std::string& name, int flags,
+                                        const SqliteRegistryOptions& options) {
+  int rc = sqlite3_open_v2(name.c_str(), &db_, flags | SQLITE_OPEN_NOMUTEX, nullptr);
+  if (rc != SQLITE_OK) return rc;
+  sqlite3_extended_result_codes(db_, 1);
+  sqlite3_busy_timeout(db_, options.busy_timeout_ms);
+  return SQLITE_OK;
+}
+
+void SqliteRegistryStore::CloseConnection() {
+  for (auto& entry : statements_) sqlite3_finalize(entry.second);
+  statements_.clear();
+  if (db_ != nullptr) sqlite3_close_v2(db_);
+  db_ = nullptr;
+}
+
+int SqliteRegistryStore::ReadHeader(std::int64_t* version, std::int64_t* app_id,
+                                    std::int64_t* objects) {
+  for (auto [sql, value] : {std::pair{"PRAGMA user_version", version},
+                            std::pair{"PRAGMA application_id", app_id},
+                            std::pair{"SELECT count(*) FROM sqlite_master", objects}}) {
+    int rc = SQLITE_OK;
+    sqlite3_stmt* stmt = Statement(sql, &rc);
+    if (stmt == nullptr) return rc;
+    StatementScope scope(stmt);
+    rc = sqlite3_step(stmt);
+    if (rc != SQLITE_ROW) return rc;
+    *value = sqlite3_column_int64(stmt, 0);
+  }
+  return SQLITE_OK;
+}
+
+std::string SqliteRegistryStore::ImmutableUri(const std::string& path) {
+  std::string uri = "file:";
+  for (unsigned char c : path) {
+    if (c == '%' || c == '?' || c == '#' || c < 0x20 || c >= 0x7F) {
+      char hex[4];
+      std::snprintf(hex, sizeof hex, "%%%02X", c);
+      uri += hex;
+    } else {
+      uri += static_cast<char>(c);
+    }
+  }
+  return uri + "?immutable=1";
+}
+
+void SqliteRegistryStore::EnsureOpen() {
+  if (open_result_ != kErrorCantWrite) return;
+  // The last try found the database locked: try again now.
+  CloseConnection();
+  open_result_ = Open(path_, options_);
+  if (open_result_ != kErrorSuccess) CloseConnectionIfTransient();
+}
+
+void SqliteRegistryStore::CloseConnectionIfTransient() {
+  if (open_result_ == kErrorCantWrite) CloseConnection();
 }
 
 sqlite3_stmt* SqliteRegistryStore::Statement(const char* sql, int* rc) {
@@ -493,7 +570,8 @@ std::int32_t SqliteRegistryStore::Change(const char* sql,
       sql, kErrorSuccess, [](sqlite3_stmt*) {}, params...);
 }
 
-std::int32_t SqliteRegistryStore::Lookup(RegKey key, Handle* handle) const {
+std::int32_t SqliteRegistryStore::Lookup(RegKey key, Handle* handle) {
+  EnsureOpen();
   if (open_result_ != kErrorSuccess) return open_result_;
   if (IsRootHandle(key)) {
     *handle = {kFirstRootId + (key - kHKeyClassesRoot), kKeyAllAccess};

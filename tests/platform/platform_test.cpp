@@ -4,6 +4,8 @@
 
 #include <fcntl.h>
 #include <sqlite3.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,6 +18,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <optional>
 #include <string>
 #include <thread>
@@ -183,6 +186,104 @@ TEST_P(FileSystemTest, AtomicReplaceWritesThroughSymbolicLinks) {
   EXPECT_EQ(Read("t.ini"), "new");
 }
 
+TEST_P(FileSystemTest, LocksArePerFileAndFollowTheFileThatReplacedTheLockedOne) {
+  using namespace std::chrono_literals;
+  auto lock_in_thread = [&](const std::string& name) {
+    return std::async(std::launch::async, [this, name] {
+      auto lock = std::make_unique<std::unique_ptr<FileLock>>();
+      EXPECT_TRUE(fs_->LockFile(P(name), lock.get()).ok()) << name;
+      return lock;
+    });
+  };
+  auto held = std::make_unique<std::unique_ptr<FileLock>>();
+  ASSERT_TRUE(fs_->LockFile(P("a.ini"), held.get()).ok());
+  EXPECT_EQ(Read("a.ini"), "");  // a missing file is created to be locked
+  auto other = lock_in_thread("b.ini"), same = lock_in_thread("a.ini");
+  EXPECT_EQ(other.wait_for(10s), std::future_status::ready);  // another file of the folder: no wait
+  EXPECT_EQ(same.wait_for(100ms), std::future_status::timeout);
+  // The holder renames a new file over the locked one and lets go: the
+  // waiter must end up holding the new file, so a third writer waits.
+  ASSERT_TRUE(fs_->ReplaceFileAtomically(P("a.ini"), "new").ok());
+  held.reset();
+  ASSERT_EQ(same.wait_for(10s), std::future_status::ready);
+  held = same.get();
+  auto third = lock_in_thread("a.ini");
+  EXPECT_EQ(third.wait_for(100ms), std::future_status::timeout);
+  held.reset();
+  EXPECT_EQ(third.wait_for(10s), std::future_status::ready);
+  EXPECT_EQ(Read("a.ini"), "new");
+  EXPECT_EQ(Children(), (Names{"a.ini", "b.ini"}));  // no lock files
+}
+
+// What only real files and processes show: a killed writer's temporary file
+// goes at the next write of its target while a live writer's stays, a
+// failed append is cut back, and what is not a regular file is refused at
+// once, without blocking.
+TEST_P(FileSystemTest, KilledWritersFailedAppendsAndNonRegularFiles) {
+  if (!GetParam()) GTEST_SKIP() << "needs processes and real files";
+  // A writer stopped just before its rename, as kill -9 can leave it: it
+  // dies there, or first waits until `wait` is closed.
+  struct StopBeforeRename : FileSystemWrapper {
+    StopBeforeRename(std::shared_ptr<FileSystem> fs, int ready, int wait)
+        : FileSystemWrapper(std::move(fs)), ready_(ready), wait_(wait) {}
+    FileStatus RenameFile(const std::string&, const std::string&) override {
+      char c = 0;
+      if (ready_ >= 0 && ::write(ready_, &c, 1) == 1) while (::read(wait_, &c, 1) > 0) {}
+      ::_exit(0);
+    }
+    int ready_, wait_;
+  };
+  Write("f", "old");
+  int ready[2], wait[2];
+  ASSERT_EQ(::pipe(ready) | ::pipe(wait), 0);
+  auto writer = [&](const std::string& name, bool stays) {
+    pid_t pid = ::fork();
+    if (pid == 0) {
+      ::close(wait[1]);
+      StopBeforeRename stop(fs_, stays ? ready[1] : -1, wait[0]);
+      stop.ReplaceFileAtomically(P(name), "temp");
+      ::_exit(1);
+    }
+    char c;
+    if (stays) EXPECT_EQ(::read(ready[0], &c, 1), 1);
+    else ::waitpid(pid, nullptr, 0);
+    return pid;
+  };
+  pid_t live = writer("f", true);
+  writer("f", false);
+  writer("g", false);
+  EXPECT_EQ(Children().size(), 4u);  // f and three temporary files
+  ASSERT_TRUE(fs_->ReplaceFileAtomically(P("f"), "new").ok());
+  EXPECT_EQ(Children().size(), 3u);  // the dead writer's of f went; the live one's and g's stay
+  ::close(wait[1]);
+  ::waitpid(live, nullptr, 0);
+  ASSERT_TRUE(fs_->ReplaceFileAtomically(P("f"), "newer").ok() && fs_->ReplaceFileAtomically(P("g"), "g").ok());
+  EXPECT_EQ(Children(), (Names{"f", "g"}));
+  EXPECT_EQ(Read("f"), "newer");
+  for (int fd : {ready[0], ready[1], wait[0]}) ::close(fd);
+
+  // An append that fills the disk (here: the file size limit) is cut back.
+  InChildren(1, [&](int) {
+    ::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit limit = {8192, 8192};
+    if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 2;
+    FileStatus s = fs_->AppendFile(P("f"), std::string(100000, 'x'));
+    return s.error_number() == kDiskFull && Read("f") == "newer" ? 0 : 1;
+  });
+
+  ASSERT_EQ(::mkfifo(P("fifo").c_str(), 0666), 0);
+  std::string out;
+  std::unique_ptr<FileLock> lock;
+  const std::pair<const char*, FileStatus> refused[] = {
+      {"read fifo", fs_->ReadFile(P("fifo"), &out)}, {"write fifo", fs_->WriteFile(P("fifo"), "x", true)},
+      {"append fifo", fs_->AppendFile(P("fifo"), "x")}, {"replace fifo", fs_->ReplaceFileAtomically(P("fifo"), "x")},
+      {"lock fifo", fs_->LockFile(P("fifo"), &lock)}, {"read /dev/zero", fs_->ReadFile("/dev/zero", &out)},
+  };
+  for (const auto& [what, status] : refused) EXPECT_EQ(status.error_number(), kPathFileAccessError) << what;
+  struct stat st;
+  EXPECT_TRUE(::lstat(P("fifo").c_str(), &st) == 0 && S_ISFIFO(st.st_mode) && out.empty());
+}
+
 INSTANTIATE_TEST_SUITE_P(PosixAndMemory, FileSystemTest, ::testing::Bool(),
                          [](const auto& info) { return info.param ? "Posix" : "Memory"; });
 
@@ -323,9 +424,11 @@ TEST_F(ProfileStoreTest, RefusedWritesKeepTheOldFileAndLeaveNoOther) {
   auto faulty = std::make_shared<FaultInjectingFileSystem>(fs_);
   auto store = NewProfileStore(faulty);
   Put("[S]\nk=1\n");
-  faulty->FailNth(FaultInjectingFileSystem::Op::kRename, 1, ENOSPC);
-  EXPECT_FALSE(store->WritePrivateProfileString("S", "k", "2", kFile));
-  EXPECT_EQ(store->LastError(), kProfileDiskFull);
+  for (const char* file : {kFile, "/d/new.ini"}) {  // a new file made for the lock goes again
+    faulty->FailNth(FaultInjectingFileSystem::Op::kRename, 1, ENOSPC);
+    EXPECT_FALSE(store->WritePrivateProfileString("S", "k", "2", file));
+    EXPECT_EQ(store->LastError(), kProfileDiskFull);
+  }
   ASSERT_TRUE(fs_->ChangeMode(kFile, 0444).ok());
   const std::pair<const char*, uint32_t> rows[] = {
       {kFile, kProfileAccessDenied}, {"/d/no/x.ini", kProfilePathNotFound}, {"/d", kProfileAccessDenied}};
@@ -360,6 +463,13 @@ TEST_F(ProfileStoreTest, DiskCacheSeesOtherWritersAndUnchangedValuesAreNotWritte
   ASSERT_TRUE(disk_->GetFileInfo(file, &info).ok());
   EXPECT_TRUE(disk_store_->WritePrivateProfileString("S", "K", "4", file));  // the value stored: no rewrite
   EXPECT_TRUE(disk_->GetFileInfo(file, &again).ok() && info.SameVersion(again));
+  // A FIFO is neither read nor written, and nothing waits on it.
+  const std::string fifo = tmp_ / "fifo.ini";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0666), 0);
+  EXPECT_EQ(Value("S", "k", "<def>", disk_store_.get(), fifo), "<def>");
+  EXPECT_EQ(disk_store_->LastError(), kProfileAccessDenied);
+  EXPECT_FALSE(disk_store_->WritePrivateProfileString("S", "k", "1", fifo));
+  EXPECT_EQ(disk_store_->LastError(), kProfileAccessDenied);
 }
 
 TEST_F(ProfileStoreTest, DiskProcessesWritingTheSameFileLoseNoUpdate) {
@@ -574,10 +684,15 @@ TEST_F(RegistryStoreTest, ReadOnlyFileReadsButRefusesWrites) {
   ASSERT_EQ(0, ::chmod(path_.c_str(), 0400));
   // The superuser writes through any mode: check as an ordinary user then.
   // The child exits with 10 + the index of the first check that failed.
-  InChildren(1, [&](int) {
+  // First in a folder that can only be read, where no shared-memory file
+  // can be made for the database, then in a writable one.
+  for (bool folder_read_only : {true, false}) InChildren(1, [&](int) {
     if (::geteuid() == 0 && (::chown(tmp_.path().c_str(), 65534, 65534) != 0 ||
-                             ::chown(path_.c_str(), 65534, 65534) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0))
+                             ::chown(path_.c_str(), 65534, 65534) != 0))
       return 1;
+    if (::chmod(tmp_.path().c_str(), folder_read_only ? 0500 : 0700) != 0 ||
+        (::geteuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)))
+      return 2;
     std::int32_t open = -1;
     auto store = OpenSqliteRegistryStore(path_, {}, &open);
     RegKey key = 0, created = 0;
@@ -592,6 +707,22 @@ TEST_F(RegistryStoreTest, ReadOnlyFileReadsButRefusesWrites) {
     const bool* failed = std::find(ok, std::end(ok), false);
     return failed == std::end(ok) ? 0 : 10 + int(failed - ok);
   });
+  ::chmod(tmp_.path().c_str(), 0700);
+}
+
+TEST_F(RegistryStoreTest, ALockHeldAtFirstUseFailsOnlyTheCallsWhileItIsHeld) {
+  OpenSqliteRegistryStore(path_);  // makes the tables
+  sqlite3* other = nullptr;
+  ASSERT_EQ(SQLITE_OK, sqlite3_open(path_.c_str(), &other));
+  ASSERT_EQ(SQLITE_OK, sqlite3_exec(other, "PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE; DELETE FROM reg_values",
+                                    nullptr, nullptr, nullptr));
+  std::int32_t open = -1;
+  auto store = OpenSqliteRegistryStore(path_, {.busy_timeout_ms = 20}, &open);
+  EXPECT_EQ(kErrorCantWrite, open);
+  EXPECT_EQ(kErrorCantWrite, Set(store.get(), kHKeyCurrentUser, "v", "1"));
+  ASSERT_EQ(SQLITE_OK, sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr) | sqlite3_close(other));
+  EXPECT_EQ(kErrorSuccess, Set(store.get(), kHKeyCurrentUser, "v", "1"));
+  EXPECT_EQ("1", Get(store.get(), kHKeyCurrentUser, "v"));
 }
 
 TEST_F(RegistryStoreTest, StoreFailuresGiveCodesAndLeaveNothingHalfDone) {
@@ -606,13 +737,28 @@ TEST_F(RegistryStoreTest, StoreFailuresGiveCodesAndLeaveNothingHalfDone) {
   };
   std::ofstream(tmp_ / "g") << std::string(8192, 'Z');
   sqlite3* db = nullptr;
-  ASSERT_EQ(SQLITE_OK, sqlite3_open((tmp_ / "o").c_str(), &db));
-  EXPECT_EQ(SQLITE_OK, sqlite3_exec(db, "PRAGMA user_version=7", nullptr, nullptr, nullptr) | sqlite3_close(db));
+  // Other programs' databases: one of a newer version, one with its own
+  // data, one whose table has the name of ours. They stay as they are.
+  const std::pair<std::string, const char*> foreign[] = {
+      {tmp_ / "o", "PRAGMA user_version=7"}, {tmp_ / "t", "CREATE TABLE notes(x); INSERT INTO notes VALUES('mine')"},
+      {tmp_ / "c", "CREATE TABLE reg_keys(other)"}};
+  auto bytes = [](const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  };
+  std::vector<std::string> before;
+  for (const auto& [path, sql] : foreign) {
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(path.c_str(), &db));
+    EXPECT_EQ(SQLITE_OK, sqlite3_exec(db, sql, nullptr, nullptr, nullptr) | sqlite3_close(db));
+    before.push_back(bytes(path));
+  }
   struct Row { const char* what; std::string path; std::int32_t open_code, call_code; };
   const Row rows[] = {
       {"garbage", tmp_ / "g", kErrorBadDatabase, kErrorBadDatabase},
       {"damaged pages", damaged(tmp_ / "p"), kErrorSuccess, kErrorBadDatabase},
-      {"another program's database", tmp_ / "o", kErrorBadDatabase, kErrorBadDatabase},
+      {"another program's newer database", tmp_ / "o", kErrorBadDatabase, kErrorBadDatabase},
+      {"another program's data", tmp_ / "t", kErrorBadDatabase, kErrorBadDatabase},
+      {"another program's table of our name", tmp_ / "c", kErrorBadDatabase, kErrorBadDatabase},
       {"no such folder", tmp_ / "no/r", kErrorCantOpen, kErrorCantOpen},
   };
   for (const Row& row : rows) {  // open, create (leaving a 0 handle), set, close a root
@@ -624,6 +770,7 @@ TEST_F(RegistryStoreTest, StoreFailuresGiveCodesAndLeaveNothingHalfDone) {
               std::tuple(open, create, key, Set(store.get(), kHKeyCurrentUser, "v", "x"), store->CloseKey(kHKeyCurrentUser)))
         << row.what;
   }
+  for (std::size_t i = 0; i < std::size(foreign); ++i) EXPECT_EQ(before[i], bytes(foreign[i].first)) << foreign[i].first;
   // A write failing half way leaves nothing half done.
   OpenSqliteRegistryStore(path_);  // makes the tables
   sqlite3* other = nullptr;

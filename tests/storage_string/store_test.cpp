@@ -202,6 +202,9 @@ TEST(StorageStringFiles, RealFilesWithUtf8NamesAndAHundredMillionCharacters) {
   ss->Save(FromUtf8(path), true);
   ss->Load(FromUtf8(path));
   EXPECT_EQ(ss->PageText(), AwkwardPage() + AwkwardPage());
+  // A device is refused at once instead of read without end.
+  EXPECT_SS_ERROR(ss->Load(u"/dev/zero"), err::kPathFileAccessError, u"Load");
+  EXPECT_EQ(ss->PageText(), AwkwardPage() + AwkwardPage());
 }
 
 TEST(StorageStringValue, WritesTextOrImportsStores) {
