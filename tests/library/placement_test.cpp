@@ -54,6 +54,10 @@ TEST_P(PlacementTest, SaveAndRestoreRoundTrip) {
   Variant h = Form(1, 2, 3, 4, 1, u"frmOther");
   lib_->KivSaveFormParams(h, Variant::Missing(), false);
   EXPECT_EQ(GetProperty(h, u"WindowState"), Variant(0));
+  // Called by name without the flag, it restores: its declared default is true.
+  Variant by_name = Form(1, 2, 3, 4, 1, u"frmByName");
+  Call(Variant(lib_), u"KivSaveFormParams", {by_name});
+  EXPECT_EQ(GetProperty(by_name, u"WindowState"), Variant(1));
 
   // A form that was never saved is left alone, and so is its extra value.
   Variant never = Form(5, 6, 7, 8, 0, u"frmNever");
