@@ -43,6 +43,14 @@ Fields MakeAlpha() {
   return f;
 }
 const Fields kAlpha = MakeAlpha();
+// A source's Alpha also holds a field whose read fails (its numbers overflow
+// a Long). The importer goes on past it, and its write step still runs,
+// with the value read before it: Colour's.
+Fields WithHuge(Fields f, const char16_t* value) {
+  f[u"Huge"] = Variant(value);
+  return f;
+}
+const Fields kAlphaSource = WithHuge(kAlpha, u"1\t99999999999"), kAlphaImported = WithHuge(kAlpha, u"Red");
 const Fields kBeta = {{u"Size", Variant(12)}, {u"MiXeD", Variant(u"Text With Spaces")}};
 
 class ImportTest : public ::testing::Test {
@@ -163,11 +171,11 @@ std::string Describe(const Units& units) {
 // Beta: the table of where each unit lands.
 Units Expected(Kind source, Kind target) {
   if (target == Kind::kRegistryKey) {
-    if (source == Kind::kStorageString) return {{u"", kAlpha}, {u"Beta", kBeta}};
-    if (source == Kind::kRegistryKey) return {{u"", kAlpha}};
-    return {{u"", {}}, {u"Alpha", kAlpha}, {u"Beta", kBeta}};
+    if (source == Kind::kStorageString) return {{u"", kAlphaImported}, {u"Beta", kBeta}};
+    if (source == Kind::kRegistryKey) return {{u"", kAlphaImported}};
+    return {{u"", {}}, {u"Alpha", kAlphaImported}, {u"Beta", kBeta}};
   }
-  return {{u"Alpha", kAlpha}, {u"Beta", kBeta}};
+  return {{u"Alpha", kAlphaImported}, {u"Beta", kBeta}};
 }
 
 TEST_F(ImportTest, EveryPairCopiesWhatTheTableSays) {
@@ -181,8 +189,8 @@ TEST_F(ImportTest, EveryPairCopiesWhatTheTableSays) {
         String tag = String(u"p") + static_cast<char16_t>(u'a' + n++) + (raise ? u"r" : u"s");
         // A registry source keeps its own values in the key (unit "") and
         // further units in subkeys; the others name every unit.
-        Units content = from == Kind::kRegistryKey ? Units{{u"", kAlpha}, {u"Beta", kBeta}}
-                                                   : Units{{u"Alpha", kAlpha}, {u"Beta", kBeta}};
+        Units content = from == Kind::kRegistryKey ? Units{{u"", kAlphaSource}, {u"Beta", kBeta}}
+                                                   : Units{{u"Alpha", kAlphaSource}, {u"Beta", kBeta}};
         Variant src = Make(from, from == Kind::kRegistryKey ? u"Alpha" + tag : u"src" + tag, content);
         Variant dst = Make(to, u"dst" + tag, {});
         LetProperty(dst, u"Value", src);
