@@ -151,6 +151,8 @@ TEST(StorageStringSearch, ReplacesOneOrAllMatchesAndFollowsFind) {
       {u"banana", u"a", u"X", true, false, tarvo_SearchDown, 1, 1, u"bXnana|3|"},
       {u"banana", u"a", u"X", true, true, tarvo_SearchDown, 1, 3, u"bXnXnX|6|"},
       {u"abxab", u"ab", u"Y", false, true, tarvo_SearchUp, 3, 2, u"YxY|2|"},
+      {u"abab", u"ab", u"Y", false, true, tarvo_SearchUp, 3, 2, u"YY|2|"},  // upwards to a match at 1 next to another
+      {u"ababab", u"ab", u"long", false, true, tarvo_SearchUp, 1, 3, u"longlonglong|5|"},
       {u"abxab", u"ab", u"long", true, false, tarvo_SearchUp, 4, 1, u"longxab|5|"},
       {u"aXbxc", u"x", u"", false, true, 7, 1, 2, u"abc|3|"},  // any other direction is downwards
       {u"abc", u"zz", u"Y", true, true, tarvo_SearchDown, 2, 0, u"abc|2|"},
