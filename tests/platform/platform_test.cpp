@@ -245,16 +245,18 @@ TEST_P(FileSystemTest, KilledWritersFailedAppendsAndNonRegularFiles) {
       ::_exit(1);
     }
     char c;
+    siginfo_t info;
     if (stays) EXPECT_EQ(::read(ready[0], &c, 1), 1);
-    else ::waitpid(pid, nullptr, 0);
+    else ::waitid(P_PID, pid, &info, WEXITED | WNOWAIT);  // dead, but not reaped yet
     return pid;
   };
   pid_t live = writer("f", true);
-  writer("f", false);
-  writer("g", false);
+  pid_t dead = writer("f", false);
+  ::waitpid(writer("g", false), nullptr, 0);
   EXPECT_EQ(Children().size(), 4u);  // f and three temporary files
   ASSERT_TRUE(fs_->ReplaceFileAtomically(P("f"), "new").ok());
   EXPECT_EQ(Children().size(), 3u);  // the dead writer's of f went; the live one's and g's stay
+  ::waitpid(dead, nullptr, 0);
   ::close(wait[1]);
   ::waitpid(live, nullptr, 0);
   ASSERT_TRUE(fs_->ReplaceFileAtomically(P("f"), "newer").ok() && fs_->ReplaceFileAtomically(P("g"), "g").ok());
