@@ -3,7 +3,7 @@
 # Tarvo2. Does nothing when everything is already there.
 set -euo pipefail
 need=()
-for pkg in g++ cmake make libgtest-dev libgmock-dev libbenchmark-dev libsqlite3-dev libcli11-dev python3 valgrind pybind11-dev python3-dev python3-pytest; do
+for pkg in g++ cmake make libgtest-dev libgmock-dev libbenchmark-dev libsqlite3-dev libcli11-dev pkg-config dpkg-dev file python3 valgrind pybind11-dev python3-dev python3-pytest; do
   dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || need+=("$pkg")
 done
 if [ ${#need[@]} -gt 0 ]; then

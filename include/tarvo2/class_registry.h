@@ -11,10 +11,11 @@
 #include <vector>
 
 #include "tarvo2/dispatch.h"
+#include "tarvo2/export.h"
 
 namespace tarvo2 {
 
-class ClassRegistry {
+class TARVO2_EXPORT ClassRegistry {
  public:
   using Creator = std::function<Ref<Object>()>;
 

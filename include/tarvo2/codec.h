@@ -15,6 +15,7 @@
 
 #include <cstdint>
 
+#include "tarvo2/export.h"
 #include "tarvo2/variant.h"
 
 namespace tarvo2 {
@@ -24,7 +25,7 @@ namespace tarvo2 {
 // an array without elements or never sized, 6 for bounds outside the 16-bit
 // range, 94/13 when an element cannot become text. `delimiter` is not
 // changed.
-Variant PrepForSet(const Variant& value, String& delimiter);
+TARVO2_EXPORT Variant PrepForSet(const Variant& value, String& delimiter);
 
 // The value to hand to a client for the stored `value`:
 //  - a Long is returned as it is; anything but a Long or a String gives Empty;
@@ -35,49 +36,49 @@ Variant PrepForSet(const Variant& value, String& delimiter);
 //    the text is numeric (rounded half to even, 6 on overflow), else the text;
 //  - else the text. An empty delimiter makes any non-empty text an array of
 //    one element.
-Variant PrepForGet(const Variant& value, const String& delimiter, bool detect_array, bool detect_number);
+TARVO2_EXPORT Variant PrepForGet(const Variant& value, const String& delimiter, bool detect_array, bool detect_number);
 
 // The texts of the array's elements, with the array's bounds. Arrays of
 // Strings are copied; of Integers, Longs, Doubles, Booleans or Variants
 // converted element by element; of any other element type left empty.
 // Raises 9 (no elements / never sized), 6 (bounds outside -32768..32767).
-void VarToStrArray(Variant& array, SafeArray& result);
+TARVO2_EXPORT void VarToStrArray(Variant& array, SafeArray& result);
 
 // Every element converted to Long (half to even) or to Double, with the
 // array's bounds. Raises 13 for a non-numeric element, 6 on overflow, and as
 // VarToStrArray for the bounds.
-void StrArrayToLngArray(const Variant& array, SafeArray& result);
-void StrArrayToDblArray(const Variant& array, SafeArray& result);
+TARVO2_EXPORT void StrArrayToLngArray(const Variant& array, SafeArray& result);
+TARVO2_EXPORT void StrArrayToDblArray(const Variant& array, SafeArray& result);
 
 // True unless an element is not numeric text; true for an array without
 // elements. Raises 13 when `array` is not an array.
-bool AllNumeric(const Variant& array);
+TARVO2_EXPORT bool AllNumeric(const Variant& array);
 
 // True when `value` is numeric, its text holds a full stop, and no second
 // full stop follows. Raises 6 when the first full stop stands beyond
 // position 32767.
-bool IsDouble(const Variant& value);
+TARVO2_EXPORT bool IsDouble(const Variant& value);
 
 // Returns n, then adds one to it / adds one and returns the new value.
 // Both raise 6 when n is 2147483647 (n is then unchanged).
-std::int32_t PostInc(std::int32_t& n);
-std::int32_t PreInc(std::int32_t& n);
+TARVO2_EXPORT std::int32_t PostInc(std::int32_t& n);
+TARVO2_EXPORT std::int32_t PreInc(std::int32_t& n);
 
 // True when the path names an existing file or folder, or, with wildcards
 // (* ?), when anything matches it. False for the empty path.
-bool PathExists(StringView path);
+TARVO2_EXPORT bool PathExists(StringView path);
 
 // The upper bound of `array` in `dimension` as a Long, or Null when it has
 // none (not an array, never sized, no such dimension). Never raises.
-Variant SafeUBound(const Variant& array, std::int32_t dimension = 1);
+TARVO2_EXPORT Variant SafeUBound(const Variant& array, std::int32_t dimension = 1);
 
 // Splits `text` at every occurrence of `delimiter` (exact comparison) into
 // an array of strings indexed from 0. An empty delimiter yields the whole
 // text as the one element; an empty text yields an array without elements.
-SafeArray SplitText(StringView text, StringView delimiter);
+TARVO2_EXPORT SafeArray SplitText(StringView text, StringView delimiter);
 
 // Joins the strings of `array` with `delimiter`.
-String JoinStrings(const SafeArray& array, StringView delimiter);
+TARVO2_EXPORT String JoinStrings(const SafeArray& array, StringView delimiter);
 
 }  // namespace tarvo2
 

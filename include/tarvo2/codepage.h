@@ -11,31 +11,33 @@
 #include <string>
 #include <string_view>
 
+#include "tarvo2/export.h"
+
 namespace tarvo2 {
 
 // The byte written for a character that the code page cannot represent.
 inline constexpr char kAnsiReplacement = '?';
 
 // The character that byte `b` stands for.
-char16_t AnsiByteToChar(unsigned char b) noexcept;
+TARVO2_EXPORT char16_t AnsiByteToChar(unsigned char b) noexcept;
 
 // The byte for `c`, or -1 when the code page has none.
-int CharToAnsiByte(char16_t c) noexcept;
+TARVO2_EXPORT int CharToAnsiByte(char16_t c) noexcept;
 
 // Converts 16-bit text to code-page bytes, one byte per 16-bit unit;
 // unrepresentable units (surrogate halves included) become kAnsiReplacement.
-std::string ToAnsi(std::u16string_view text);
+TARVO2_EXPORT std::string ToAnsi(std::u16string_view text);
 
 // Converts code-page bytes to 16-bit text, one unit per byte. Never fails.
-std::u16string FromAnsi(std::string_view bytes);
+TARVO2_EXPORT std::u16string FromAnsi(std::string_view bytes);
 
 // True when every unit of `text` has a byte in the code page.
-bool IsAnsiRepresentable(std::u16string_view text) noexcept;
+TARVO2_EXPORT bool IsAnsiRepresentable(std::u16string_view text) noexcept;
 
 // UTF-8 <-> UTF-16 for the edges of the library (file names, the console).
 // Invalid UTF-8 sequences decode to U+FFFD; lone surrogates encode as U+FFFD.
-std::string ToUtf8(std::u16string_view text);
-std::u16string FromUtf8(std::string_view text);
+TARVO2_EXPORT std::string ToUtf8(std::u16string_view text);
+TARVO2_EXPORT std::u16string FromUtf8(std::string_view text);
 
 }  // namespace tarvo2
 

@@ -35,57 +35,58 @@
 
 #include <cstdint>
 
+#include "tarvo2/export.h"
 #include "tarvo2/variant.h"
 
 namespace tarvo2 {
 
-bool IsNumericText(StringView text) noexcept;
+TARVO2_EXPORT bool IsNumericText(StringView text) noexcept;
 // The runtime's IsNumeric: numbers, Booleans and Empty are numeric, text by
 // IsNumericText; Null, Dates, objects, arrays and errors are not.
-bool IsNumeric(const Variant& v);
+TARVO2_EXPORT bool IsNumeric(const Variant& v);
 
-double TextToDouble(StringView text);         // 13, 6
-std::int32_t TextToLong(StringView text);     // 13, 6
+TARVO2_EXPORT double TextToDouble(StringView text);         // 13, 6
+TARVO2_EXPORT std::int32_t TextToLong(StringView text);     // 13, 6
 // Rounds half to even and range-checks for a Long (6).
-std::int32_t RoundToLong(double d);
-std::int16_t RoundToInteger(double d);
+TARVO2_EXPORT std::int32_t RoundToLong(double d);
+TARVO2_EXPORT std::int16_t RoundToInteger(double d);
 
 // Conversions of any value, with the rules above.
-String ToString(const Variant& v);
-double ToDouble(const Variant& v);
-std::int32_t ToLong(const Variant& v);
-std::int16_t ToInteger(const Variant& v);
-float ToSingle(const Variant& v);
-std::uint8_t ToByte(const Variant& v);
-Currency ToCurrency(const Variant& v);
-Date ToDate(const Variant& v);
+TARVO2_EXPORT String ToString(const Variant& v);
+TARVO2_EXPORT double ToDouble(const Variant& v);
+TARVO2_EXPORT std::int32_t ToLong(const Variant& v);
+TARVO2_EXPORT std::int16_t ToInteger(const Variant& v);
+TARVO2_EXPORT float ToSingle(const Variant& v);
+TARVO2_EXPORT std::uint8_t ToByte(const Variant& v);
+TARVO2_EXPORT Currency ToCurrency(const Variant& v);
+TARVO2_EXPORT Date ToDate(const Variant& v);
 // Numbers: non-zero is True; text: "True"/"False" in any case, or numeric
 // text; others raise 13 (Null 94).
-bool ToBool(const Variant& v);
+TARVO2_EXPORT bool ToBool(const Variant& v);
 // An object reference (possibly Nothing); Empty and Nothing give Nothing,
 // any other value raises 13.
-Ref<Object> ToObject(const Variant& v);
+TARVO2_EXPORT Ref<Object> ToObject(const Variant& v);
 // Converts to the given scalar type (used by typed arrays and arguments).
-Variant ConvertTo(const Variant& v, VarType type);
+TARVO2_EXPORT Variant ConvertTo(const Variant& v, VarType type);
 
-String DoubleToString(double d, int significant_digits = 15);
-String TypeName(const Variant& v);
+TARVO2_EXPORT String DoubleToString(double d, int significant_digits = 15);
+TARVO2_EXPORT String TypeName(const Variant& v);
 
 // The value of an object's default member (dispatch identity 0); raises
 // 438 when it has none. Scalars are returned unchanged.
-Variant DefaultValue(const Variant& v);
+TARVO2_EXPORT Variant DefaultValue(const Variant& v);
 
 // Upper-cases text as the runtime's UCase does for the characters of the
 // Latin ranges (ASCII, Latin-1, Latin Extended-A and the few Windows-1252
 // letters); other characters are left as they are.
-String ToUpper(StringView s);
-char16_t ToUpperChar(char16_t c) noexcept;
-String ToLower(StringView s);
+TARVO2_EXPORT String ToUpper(StringView s);
+TARVO2_EXPORT char16_t ToUpperChar(char16_t c) noexcept;
+TARVO2_EXPORT String ToLower(StringView s);
 // Compares without regard to letter case (under ToUpper).
-bool EqualsNoCase(StringView a, StringView b) noexcept;
+TARVO2_EXPORT bool EqualsNoCase(StringView a, StringView b) noexcept;
 
 // Removes spaces (U+0020 only) from both ends; tabs and line ends stay.
-String Trim(StringView s);
+TARVO2_EXPORT String Trim(StringView s);
 
 }  // namespace tarvo2
 

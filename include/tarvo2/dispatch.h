@@ -37,6 +37,7 @@
 
 #include "tarvo2/convert.h"
 #include "tarvo2/error.h"
+#include "tarvo2/export.h"
 #include "tarvo2/object.h"
 #include "tarvo2/variant.h"
 
@@ -47,7 +48,7 @@ namespace tarvo2 {
 
 // One argument: a value, or a reference to the caller's Variant (written
 // back when the member changes a by-reference parameter), optionally named.
-struct Arg {
+struct TARVO2_EXPORT Arg {
   Arg(Variant v) : value(std::move(v)) {}
   template <class T, class = std::enable_if_t<std::is_constructible_v<Variant, T>>>
   Arg(T&& v) : value(std::forward<T>(v)) {}
@@ -63,7 +64,7 @@ inline Arg NamedByRef(String name, Variant& v) { Arg a = ByRef(v); a.name = std:
 // An explicitly omitted argument (its default applies).
 inline Arg Omitted() { return Arg{Variant::Missing()}; }
 
-class CallArgs {
+class TARVO2_EXPORT CallArgs {
  public:
   CallArgs() = default;
   CallArgs(std::initializer_list<Arg> args) : args_(args) {}
@@ -82,7 +83,7 @@ class CallArgs {
 // ---------------------------------------------------------------------------
 // Type information.
 
-struct ParamInfo {
+struct TARVO2_EXPORT ParamInfo {
   String name;
   VarType type = VarType::kVariant;
   bool optional = false;
@@ -92,7 +93,7 @@ struct ParamInfo {
 
 // What the table gives for a parameter: its name and, for an optional one,
 // its default (or no default: the missing-argument marker is passed).
-struct ParamSpec {
+struct TARVO2_EXPORT ParamSpec {
   String name;
   bool optional = false;
   std::optional<Variant> default_value;
@@ -121,7 +122,7 @@ inline ParamSpec Opt(String name) { return ParamSpec{std::move(name), true, std:
 // parameter, already filled with defaults or the missing marker.
 using Invoker = std::function<Variant(Object& self, std::vector<Variant*>& slots)>;
 
-struct MemberInfo {
+struct TARVO2_EXPORT MemberInfo {
   DispId id = kDispIdUnknown;
   String name;
   InvokeKind kind = InvokeKind::kMethod;
@@ -132,7 +133,7 @@ struct MemberInfo {
   Invoker invoke;
 };
 
-struct TypeInfo {
+struct TARVO2_EXPORT TypeInfo {
   String name;           // class name
   String help;
   bool creatable = false;
@@ -147,7 +148,7 @@ struct TypeInfo {
 
 // Binds `args` to `member`'s parameters and calls it. Used by
 // Object::Invoke; errors as documented there.
-Variant InvokeMember(Object& self, const MemberInfo& member, CallArgs& args);
+TARVO2_EXPORT Variant InvokeMember(Object& self, const MemberInfo& member, CallArgs& args);
 
 // ---------------------------------------------------------------------------
 // Calling by name (late binding).
@@ -156,7 +157,7 @@ Variant InvokeMember(Object& self, const MemberInfo& member, CallArgs& args);
 // property reads of their fields. Errors: 91 when `target` is Nothing, 424
 // when it is not an object, 438 for an unknown member; then as
 // Object::Invoke.
-Variant Invoke(const Variant& target, StringView name, InvokeKind kind, CallArgs args = {});
+TARVO2_EXPORT Variant Invoke(const Variant& target, StringView name, InvokeKind kind, CallArgs args = {});
 inline Variant Call(const Variant& target, StringView name, CallArgs args = {}) {
   return Invoke(target, name, InvokeKind::kMethod, std::move(args));
 }
@@ -164,9 +165,9 @@ inline Variant GetProperty(const Variant& target, StringView name, CallArgs args
   return Invoke(target, name, InvokeKind::kGet, std::move(args));
 }
 // `target.name = value` (Let).
-void LetProperty(const Variant& target, StringView name, Variant value);
+TARVO2_EXPORT void LetProperty(const Variant& target, StringView name, Variant value);
 // `Set target.name = value`.
-void SetProperty(const Variant& target, StringView name, Variant value);
+TARVO2_EXPORT void SetProperty(const Variant& target, StringView name, Variant value);
 
 // Object identity, as a client's `Is` operator compares two references:
 // true when `a` and `b` hold the same object, reached through any of its
@@ -176,14 +177,14 @@ void SetProperty(const Variant& target, StringView name, Variant value);
 // (every object answers with itself unless it is a view of another), or
 // the object itself when it answers nothing. Errors: 424 when `a` or `b`
 // is not an object reference (Nothing is one).
-bool SameObject(const Variant& a, const Variant& b);
+TARVO2_EXPORT bool SameObject(const Variant& a, const Variant& b);
 
 // Runs `fn` for every element that the object's enumerator (dispatch
 // identity -4) yields, in order.
-void ForEach(const Variant& collection, const std::function<void(const Variant&)>& fn);
+TARVO2_EXPORT void ForEach(const Variant& collection, const std::function<void(const Variant&)>& fn);
 
 // An enumerator object, as a NewEnum member returns it.
-class Enumerator : public Object {
+class TARVO2_EXPORT Enumerator : public Object {
  public:
   // Stores the next element in `out` and returns true, or returns false
   // after the last one.
@@ -193,7 +194,7 @@ class Enumerator : public Object {
 };
 
 // An enumerator over a snapshot of values.
-class ListEnumerator : public Enumerator {
+class TARVO2_EXPORT ListEnumerator : public Enumerator {
  public:
   explicit ListEnumerator(std::vector<Variant> items) : items_(std::move(items)) {}
   bool Next(Variant& out) override;
@@ -467,7 +468,7 @@ class ClassBuilder {
 // that was never assigned raises 438. Handy as a client object (a form, a
 // control) in applications and tests. Its default property is "Value" when
 // one has been assigned.
-class DynamicObject : public Object {
+class TARVO2_EXPORT DynamicObject : public Object {
  public:
   explicit DynamicObject(String class_name = u"Object");
   const TypeInfo& GetTypeInfo() const override { return info_; }

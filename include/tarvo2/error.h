@@ -12,6 +12,7 @@
 #include <string>
 #include <utility>
 
+#include "tarvo2/export.h"
 #include "tarvo2/object.h"
 
 namespace tarvo2 {
@@ -49,9 +50,9 @@ inline constexpr std::int32_t kWrongArgumentCount = 450;
 // The runtime's standard description of `number`: "Type mismatch" for 13,
 // and so on; "Application-defined or object-defined error" for a number the
 // runtime does not know.
-String StandardDescription(std::int32_t number);
+TARVO2_EXPORT String StandardDescription(std::int32_t number);
 
-class Error : public std::exception {
+class TARVO2_EXPORT Error : public std::exception {
  public:
   Error(std::int32_t number, String source, String description, String help_file = {},
         std::int32_t help_context = 0);
@@ -79,12 +80,12 @@ class Error : public std::exception {
 
 // Raises the runtime error `number` with its standard description and the
 // library's name as source.
-[[noreturn]] void RaiseRuntimeError(std::int32_t number);
+[[noreturn]] TARVO2_EXPORT void RaiseRuntimeError(std::int32_t number);
 
 // Converts the exception in flight (inside a catch block) to an Error:
 // Error itself is returned as is; std::bad_alloc becomes 7 "Out of memory";
 // any other exception becomes 51 "Internal error" with its text.
-Error CurrentError();
+TARVO2_EXPORT Error CurrentError();
 
 // The standard handler. Runs `body`; an error that ends it is raised again
 // to the caller with `label` ("Class.Procedure", "Class.Property (Let)", or a

@@ -23,6 +23,8 @@
 #include <string_view>
 #include <vector>
 
+#include "tarvo2/export.h"
+
 namespace tarvo2 {
 
 // The automation runtime's error numbers that file operations can raise.
@@ -41,7 +43,7 @@ enum FileErrorNumber : int {
 
 // The outcome of a file operation: success, or an automation error number
 // with a diagnostic message (the operating system's text and the path).
-class FileStatus {
+class TARVO2_EXPORT FileStatus {
  public:
   // Success.
   FileStatus() = default;
@@ -77,12 +79,12 @@ enum class ErrnoContext {
 //   EACCES/EPERM/EROFS -> 70, EEXIST -> 58, ENOSPC/EDQUOT/EFBIG -> 61,
 //   EIO -> 57, EMFILE/ENFILE -> 67, ENAMETOOLONG/EINVAL/EBADF -> 52,
 //   anything else (EISDIR, EBUSY, ELOOP, ...) -> 75.
-FileStatus PosixError(const std::string& path, int err,
+TARVO2_EXPORT FileStatus PosixError(const std::string& path, int err,
                       ErrnoContext context = ErrnoContext::kAccess);
 
 // What stat() tells about a path. Two FileInfo values of the same path
 // describe the same file content when SameVersion() is true.
-struct FileInfo {
+struct TARVO2_EXPORT FileInfo {
   bool exists = false;
   bool is_directory = false;
   // True for a regular file; false for a folder, a FIFO, a socket or a
@@ -105,12 +107,12 @@ struct FileInfo {
 };
 
 // Held while an inter-process lock is held; destroying it releases the lock.
-class FileLock {
+class TARVO2_EXPORT FileLock {
  public:
   virtual ~FileLock();
 };
 
-class FileSystem {
+class TARVO2_EXPORT FileSystem {
  public:
   FileSystem() = default;
   FileSystem(const FileSystem&) = delete;
@@ -233,7 +235,7 @@ class FileSystem {
 
 // A file system that forwards every call to another one. Subclasses
 // override the calls they want to change.
-class FileSystemWrapper : public FileSystem {
+class TARVO2_EXPORT FileSystemWrapper : public FileSystem {
  public:
   // REQUIRES: target is not null.
   explicit FileSystemWrapper(std::shared_ptr<FileSystem> target)
@@ -285,7 +287,7 @@ class FileSystemWrapper : public FileSystem {
 // A wrapper that makes the Nth call of a kind fail with a chosen errno
 // value (translated by PosixError), for testing failure paths. Calls are
 // counted from 1 after each FailNth(); the failing call does nothing.
-class FaultInjectingFileSystem : public FileSystemWrapper {
+class TARVO2_EXPORT FaultInjectingFileSystem : public FileSystemWrapper {
  public:
   enum class Op { kWrite, kAppend, kRename, kDelete };
 
@@ -322,14 +324,14 @@ class FaultInjectingFileSystem : public FileSystemWrapper {
 // new modification time, and a rename gives the target the inode of the
 // renamed file. Symbolic links are not supported: ResolveSymlinks() returns
 // the path itself. LockFile() locks within the process only.
-std::shared_ptr<FileSystem> NewMemFileSystem();
+TARVO2_EXPORT std::shared_ptr<FileSystem> NewMemFileSystem();
 
 // The process-wide file system used by the library; FileSystem::Default()
 // unless replaced.
-std::shared_ptr<FileSystem> GetFileSystem();
+TARVO2_EXPORT std::shared_ptr<FileSystem> GetFileSystem();
 
 // Replaces the process-wide file system; nullptr restores the default.
-void SetFileSystem(std::shared_ptr<FileSystem> fs);
+TARVO2_EXPORT void SetFileSystem(std::shared_ptr<FileSystem> fs);
 
 }  // namespace tarvo2
 

@@ -31,18 +31,19 @@
 #ifndef TARVO2_IMPORT_H_
 #define TARVO2_IMPORT_H_
 
+#include "tarvo2/export.h"
 #include "tarvo2/variant.h"
 
 namespace tarvo2 {
 
 // True when `v` holds an object whose class name is one of the three store
 // classes, compared exactly.
-bool IsImportSource(const Variant& v);
+TARVO2_EXPORT bool IsImportSource(const Variant& v);
 
 // Imports `source` into `target` (both store objects of this library; the
 // target must be held by a Ref). A common-interface view of a store is
 // taken as the store. Never raises.
-void ImportStore(Object& target, const Ref<Object>& source) noexcept;
+TARVO2_EXPORT void ImportStore(Object& target, const Ref<Object>& source) noexcept;
 
 // What a store's Value (write) does with a store object. The hook installed
 // from the start is ImportStore; SetImportHook replaces it process-wide (to
@@ -51,15 +52,15 @@ void ImportStore(Object& target, const Ref<Object>& source) noexcept;
 // hook passes through the caller's standard handler. Reading and replacing
 // the hook are atomic; change it only while no store is in use.
 using ImportHook = void (*)(Object& target, const Ref<Object>& source);
-void SetImportHook(ImportHook hook);
-ImportHook GetImportHook();
+TARVO2_EXPORT void SetImportHook(ImportHook hook);
+TARVO2_EXPORT ImportHook GetImportHook();
 
 // The import step of every store's Value (write): when `value` is a store
 // object (IsImportSource), runs the import hook with `target` and the
 // store (a common-interface view is taken as its store), keeping `target`
 // alive meanwhile, and returns true; for any other
 // value does nothing and returns false.
-bool ImportIfStore(Object& target, const Variant& value);
+TARVO2_EXPORT bool ImportIfStore(Object& target, const Variant& value);
 
 }  // namespace tarvo2
 

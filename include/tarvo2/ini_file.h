@@ -56,12 +56,13 @@
 #include <cstdint>
 
 #include "tarvo2/dispatch.h"
+#include "tarvo2/export.h"
 #include "tarvo2/std_interface.h"
 #include "tarvo2/variant.h"
 
 namespace tarvo2 {
 
-class KivINIFileHandler : public Object {
+class TARVO2_EXPORT KivINIFileHandler : public Object {
  public:
   // A new object: Path unset and empty, Section "DEFAULT", Value Empty,
   // no field name or delimiter remembered, and HostFolder() taken from the

@@ -12,6 +12,7 @@
 #include <cstdint>
 
 #include "tarvo2/error.h"
+#include "tarvo2/export.h"
 
 namespace tarvo2 {
 
@@ -54,27 +55,27 @@ constexpr std::int32_t LibraryErrorNumber(std::int32_t code) {
 }
 
 // The fixed message of a library error number; empty for any other number.
-String LibraryErrorMessage(std::int32_t number);
+TARVO2_EXPORT String LibraryErrorMessage(std::int32_t number);
 
 // Raises `number` with its fixed message while the raise switch is on.
 // A number outside the table raises `fallback` alone, with the runtime's
 // standard description. With a non-empty `source` that text is the origin
 // line, else the library's name. With the switch off, returns at once.
 // This procedure adds no line to the source chain.
-void RaiseLibraryError(std::int32_t number, StringView source, std::int32_t fallback);
+TARVO2_EXPORT void RaiseLibraryError(std::int32_t number, StringView source, std::int32_t fallback);
 
 // Shorthand for RaiseLibraryError(LibraryErrorNumber(code), u"", 0).
-void RaiseLibraryError(LibraryErrorCode code);
+TARVO2_EXPORT void RaiseLibraryError(LibraryErrorCode code);
 
 // The raise switch: shared by every object of the library, on after
 // start-up. Reads and writes are not synchronised beyond atomicity.
-void SetRaiseErrors(bool raise);
-bool RaiseErrorsEnabled();
+TARVO2_EXPORT void SetRaiseErrors(bool raise);
+TARVO2_EXPORT bool RaiseErrorsEnabled();
 
 // Library start-up: turns the raise switch on. It runs once, by itself,
 // before the switch is first read or written; calling it again turns the
 // switch on again.
-void Main();
+TARVO2_EXPORT void Main();
 
 }  // namespace tarvo2
 

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "tarvo2/export.h"
 #include "tarvo2/object.h"
 
 namespace tarvo2 {
@@ -19,7 +20,7 @@ namespace tarvo2 {
 inline constexpr std::int32_t kMbOk = 0;
 inline constexpr std::int32_t kMbIconInformation = 64;
 
-class MessageBoxService {
+class TARVO2_EXPORT MessageBoxService {
  public:
   virtual ~MessageBoxService() = default;
   // Shows `message` with `title` and returns when the user has closed it.
@@ -28,9 +29,9 @@ class MessageBoxService {
 };
 
 // The current service (the terminal one unless replaced).
-std::shared_ptr<MessageBoxService> GetMessageBoxService();
+TARVO2_EXPORT std::shared_ptr<MessageBoxService> GetMessageBoxService();
 // Replaces the current service; nullptr restores the default.
-void SetMessageBoxService(std::shared_ptr<MessageBoxService> service);
+TARVO2_EXPORT void SetMessageBoxService(std::shared_ptr<MessageBoxService> service);
 
 }  // namespace tarvo2
 

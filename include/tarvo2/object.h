@@ -16,6 +16,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "tarvo2/export.h"
+
 namespace tarvo2 {
 
 using String = std::u16string;
@@ -43,7 +45,7 @@ enum class InvokeKind : std::uint8_t {
   kSet = 8,  // property assignment of an object reference
 };
 
-class Object {
+class TARVO2_EXPORT Object {
  public:
   Object() = default;
   Object(const Object&) = delete;

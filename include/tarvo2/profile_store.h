@@ -34,6 +34,7 @@
 #include <memory>
 #include <string>
 
+#include "tarvo2/export.h"
 #include "tarvo2/file_system.h"
 
 namespace tarvo2 {
@@ -50,7 +51,7 @@ enum ProfileError : uint32_t {
   kProfileIoDevice = 1117,        // ERROR_IO_DEVICE
 };
 
-class ProfileStore {
+class TARVO2_EXPORT ProfileStore {
  public:
   ProfileStore() = default;
   ProfileStore(const ProfileStore&) = delete;
@@ -128,20 +129,20 @@ class ProfileStore {
 
 // A new profile store over `fs`; with nullptr it uses GetFileSystem() at
 // every call (and drops its cache when that changes).
-std::shared_ptr<ProfileStore> NewProfileStore(
+TARVO2_EXPORT std::shared_ptr<ProfileStore> NewProfileStore(
     std::shared_ptr<FileSystem> fs = nullptr);
 
 // The path that the profile store uses for `file`: the name itself when it
 // contains '/', otherwise the name inside $XDG_CONFIG_HOME (when absolute)
 // or $HOME/.config. Empty for an empty name.
-std::string ResolveProfilePath(const std::string& file);
+TARVO2_EXPORT std::string ResolveProfilePath(const std::string& file);
 
 // The process-wide profile store used by the library; a store made by
 // NewProfileStore() unless replaced.
-std::shared_ptr<ProfileStore> GetProfileStore();
+TARVO2_EXPORT std::shared_ptr<ProfileStore> GetProfileStore();
 
 // Replaces the process-wide profile store; nullptr restores the default.
-void SetProfileStore(std::shared_ptr<ProfileStore> store);
+TARVO2_EXPORT void SetProfileStore(std::shared_ptr<ProfileStore> store);
 
 }  // namespace tarvo2
 

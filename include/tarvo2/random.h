@@ -11,9 +11,11 @@
 #include <cstdint>
 #include <memory>
 
+#include "tarvo2/export.h"
+
 namespace tarvo2 {
 
-class RandomService {
+class TARVO2_EXPORT RandomService {
  public:
   virtual ~RandomService();
 
@@ -27,19 +29,19 @@ class RandomService {
 // A generator of the runtime's kind (a 24-bit linear congruential sequence,
 // so every number is exact in single precision) whose Randomize() reseeds
 // it from the system clock. This is the default service.
-std::shared_ptr<RandomService> NewClockRandomService();
+TARVO2_EXPORT std::shared_ptr<RandomService> NewClockRandomService();
 
 // The same generator started from `seed`, whose Randomize() restarts it
 // from `seed`: after every Randomize() it yields the same sequence. For
 // tests that need to know the numbers in advance.
-std::shared_ptr<RandomService> NewFixedRandomService(uint32_t seed);
+TARVO2_EXPORT std::shared_ptr<RandomService> NewFixedRandomService(uint32_t seed);
 
 // The process-wide service (NewClockRandomService() unless replaced).
 // Thread-safe; the services made above are safe for concurrent use.
-std::shared_ptr<RandomService> GetRandomService();
+TARVO2_EXPORT std::shared_ptr<RandomService> GetRandomService();
 
 // Replaces the process-wide service; nullptr restores the default.
-void SetRandomService(std::shared_ptr<RandomService> service);
+TARVO2_EXPORT void SetRandomService(std::shared_ptr<RandomService> service);
 
 }  // namespace tarvo2
 

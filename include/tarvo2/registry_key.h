@@ -60,6 +60,7 @@
 #include <vector>
 
 #include "tarvo2/dispatch.h"
+#include "tarvo2/export.h"
 #include "tarvo2/registry_store.h"
 #include "tarvo2/std_interface.h"
 
@@ -80,11 +81,11 @@ enum RegRootKeyEnum : std::int32_t {
 };
 
 // The root's name in path texts, or "" for a value that is not a root.
-String RootKeyName(RegRootKeyEnum root);
+TARVO2_EXPORT String RootKeyName(RegRootKeyEnum root);
 
 class SubKeysCollection;
 
-class KivRegistryKey : public Object {
+class TARVO2_EXPORT KivRegistryKey : public Object {
  public:
   // A new key object: HKEY_CURRENT_USER, no key name, ErrorState 0. Makes
   // no registry call.
@@ -283,7 +284,7 @@ class KivRegistryKey : public Object {
 // from KivRegistryKey::get_SubKeys; class name "SubKeysCollection", not
 // creatable. Members in slot order: Refresh, Add, Item (default member),
 // Count, NewEnum (hidden, dispatch identity -4).
-class SubKeysCollection : public Object {
+class TARVO2_EXPORT SubKeysCollection : public Object {
  public:
   ~SubKeysCollection() override;
 

@@ -40,6 +40,8 @@
 #include <mutex>
 #include <string>
 
+#include "tarvo2/export.h"
+
 namespace tarvo2 {
 
 // A key handle: one of the four predefined roots, or a handle returned by
@@ -101,7 +103,7 @@ inline constexpr std::size_t kMaxKeyNameLength = 255;     // per component
 inline constexpr std::size_t kMaxKeyDepth = 512;          // below a root
 inline constexpr std::size_t kMaxValueNameLength = 16383;
 
-class RegistryStore {
+class TARVO2_EXPORT RegistryStore {
  public:
   RegistryStore() = default;
   RegistryStore(const RegistryStore&) = delete;
@@ -235,7 +237,7 @@ class RegistryStore {
 
 // Forwards every call to another store; derive from it and override the
 // calls to intercept (in the manner of an Env wrapper).
-class RegistryStoreWrapper : public RegistryStore {
+class TARVO2_EXPORT RegistryStoreWrapper : public RegistryStore {
  public:
   // Requires: `target` is not null.
   explicit RegistryStoreWrapper(std::shared_ptr<RegistryStore> target);
@@ -271,7 +273,7 @@ class RegistryStoreWrapper : public RegistryStore {
 // failed. A failed call does not reach the target, so nothing changes in the
 // store; out arguments are left as they were, except that a failed
 // CreateKey or OpenKey sets *result to 0.
-class FaultInjectingRegistryStore : public RegistryStoreWrapper {
+class TARVO2_EXPORT FaultInjectingRegistryStore : public RegistryStoreWrapper {
  public:
   explicit FaultInjectingRegistryStore(std::shared_ptr<RegistryStore> target);
 
@@ -317,7 +319,7 @@ class FaultInjectingRegistryStore : public RegistryStoreWrapper {
   std::uint64_t injected_ = 0;
 };
 
-struct SqliteRegistryOptions {
+struct TARVO2_EXPORT SqliteRegistryOptions {
   // How long a call waits for a lock held by another connection or process
   // before it gives up with kErrorCantWrite (or kErrorCantRead).
   int busy_timeout_ms = 5000;
@@ -340,7 +342,7 @@ struct SqliteRegistryOptions {
 // kErrorSuccess. A file that can only be read opens successfully, also in a
 // folder that can only be read: reads work and every write gives
 // kErrorCantWrite.
-std::shared_ptr<RegistryStore> OpenSqliteRegistryStore(
+TARVO2_EXPORT std::shared_ptr<RegistryStore> OpenSqliteRegistryStore(
     const std::string& path,
     const SqliteRegistryOptions& options = SqliteRegistryOptions(),
     std::int32_t* open_result = nullptr);
@@ -351,7 +353,7 @@ std::shared_ptr<RegistryStore> OpenSqliteRegistryStore(
 // $HOME/.config in place of XDG_CONFIG_HOME when that is unset or empty
 // (the account's home folder when HOME is unset too, and ":memory:" when
 // no home folder is known at all).
-std::string DefaultRegistryLocation();
+TARVO2_EXPORT std::string DefaultRegistryLocation();
 
 // The process-wide current store. The first call after start-up, after
 // SetRegistryLocation or after SetRegistryStore(nullptr) opens the location
@@ -359,17 +361,17 @@ std::string DefaultRegistryLocation();
 // set; for the XDG location it first creates the missing folders (mode
 // 0700). Never returns null; a store that failed to open reports its failure
 // through its calls (see OpenSqliteRegistryStore).
-std::shared_ptr<RegistryStore> GetRegistryStore();
+TARVO2_EXPORT std::shared_ptr<RegistryStore> GetRegistryStore();
 
 // Makes `store` the current store. Null resets it, so that the next
 // GetRegistryStore opens the configured location again. Stores handed out
 // earlier stay valid for as long as their holders keep them.
-void SetRegistryStore(std::shared_ptr<RegistryStore> store);
+TARVO2_EXPORT void SetRegistryStore(std::shared_ptr<RegistryStore> store);
 
 // Sets the location that GetRegistryStore opens (":memory:" allowed; an
 // empty `path` returns to DefaultRegistryLocation()) and resets the current
 // store, so that the next GetRegistryStore opens it.
-void SetRegistryLocation(std::string path);
+TARVO2_EXPORT void SetRegistryLocation(std::string path);
 
 }  // namespace tarvo2
 

@@ -10,9 +10,11 @@
 
 #include <memory>
 
+#include "tarvo2/export.h"
+
 namespace tarvo2 {
 
-class ScreenService {
+class TARVO2_EXPORT ScreenService {
  public:
   virtual ~ScreenService() = default;
   virtual double Width() = 0;
@@ -20,11 +22,11 @@ class ScreenService {
 };
 
 // The current service.
-std::shared_ptr<ScreenService> GetScreenService();
+TARVO2_EXPORT std::shared_ptr<ScreenService> GetScreenService();
 // Replaces the current service; nullptr restores the default.
-void SetScreenService(std::shared_ptr<ScreenService> service);
+TARVO2_EXPORT void SetScreenService(std::shared_ptr<ScreenService> service);
 // Replaces the current service with one of a fixed size.
-void SetScreenSize(double width, double height);
+TARVO2_EXPORT void SetScreenSize(double width, double height);
 
 }  // namespace tarvo2
 

@@ -16,6 +16,7 @@
 #include <cstdint>
 
 #include "tarvo2/dispatch.h"
+#include "tarvo2/export.h"
 
 namespace tarvo2 {
 
@@ -29,15 +30,15 @@ inline constexpr std::int32_t kVersionRevision = 4;
 
 // The text of the version report for a class: "Tarvo2 - 2.0.4", CR,
 // "Module: <class name> - 2.0".
-String VersionReportText(StringView class_name);
+TARVO2_EXPORT String VersionReportText(StringView class_name);
 
 // The version report: composes the text, shows it in a message box (style
 // 64, title "Tarvo2 - Version Information") when `show` is true and returns
 // once the user has closed it, and returns "2.0". Failures of the message
 // box pass to the caller, which adds its own label.
-String VersionReport(StringView class_name, bool show);
+TARVO2_EXPORT String VersionReport(StringView class_name, bool show);
 
-class TarvoStdInterface : public Object {
+class TARVO2_EXPORT TarvoStdInterface : public Object {
  public:
   static Ref<TarvoStdInterface> Create() { return MakeRef<TarvoStdInterface>(); }
   static const TypeInfo& Info();

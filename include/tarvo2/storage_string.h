@@ -47,6 +47,7 @@
 #include <vector>
 
 #include "tarvo2/dispatch.h"
+#include "tarvo2/export.h"
 #include "tarvo2/std_interface.h"
 #include "tarvo2/variant.h"
 
@@ -79,9 +80,9 @@ enum SearchDirectionEnum : std::int32_t {
 inline constexpr char16_t kLookForResultsType[] = u"KivSSLookForResults";
 
 // Builds a KivSSLookForResults record.
-Record MakeLookForResult(String text, const std::vector<std::int32_t>& positions);
+TARVO2_EXPORT Record MakeLookForResult(String text, const std::vector<std::int32_t>& positions);
 
-class KivStorageString : public Object {
+class TARVO2_EXPORT KivStorageString : public Object {
  public:
   // A new store: one empty, unnamed page, MultiPage on, not bound, not
   // protected, cursor 0 (read as 1), the tags "<\", "/>", "={", "};",

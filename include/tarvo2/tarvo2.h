@@ -4,16 +4,20 @@
 
 #include "tarvo2/class_registry.h"
 #include "tarvo2/codec.h"
+#include "tarvo2/codepage.h"
 #include "tarvo2/convert.h"
 #include "tarvo2/dispatch.h"
 #include "tarvo2/error.h"
+#include "tarvo2/export.h"
 #include "tarvo2/file_system.h"
 #include "tarvo2/host_module.h"
 #include "tarvo2/import.h"
 #include "tarvo2/ini_file.h"
 #include "tarvo2/library_errors.h"
 #include "tarvo2/message_box.h"
+#include "tarvo2/object.h"
 #include "tarvo2/profile_store.h"
+#include "tarvo2/random.h"
 #include "tarvo2/registry_key.h"
 #include "tarvo2/registry_store.h"
 #include "tarvo2/screen.h"
@@ -28,11 +32,11 @@ namespace tarvo2 {
 // ("Tarvo2.KivStorageString", "Tarvo2.TarvoStdInterface", ...), without
 // regard to letter case. Raises 429 for an unknown ProgID and for a class
 // that is not creatable (SubKeysCollection).
-Ref<Object> CreateObject(StringView prog_id);
+TARVO2_EXPORT Ref<Object> CreateObject(StringView prog_id);
 
 // The registry of the library's classes: their ProgIDs and type
 // information, for introspection.
-const ClassRegistry& LibraryClasses();
+TARVO2_EXPORT const ClassRegistry& LibraryClasses();
 
 }  // namespace tarvo2
 

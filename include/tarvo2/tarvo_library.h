@@ -15,6 +15,7 @@
 
 #include <cstdint>
 
+#include "tarvo2/export.h"
 #include "tarvo2/std_interface.h"
 
 namespace tarvo2 {
@@ -28,7 +29,7 @@ enum StorageTypeEnum : std::int32_t {
 // The section in which placements are stored.
 inline constexpr char16_t kWindowParamsSection[] = u"WindowParams";
 
-class TarvoLibrary : public Object {
+class TARVO2_EXPORT TarvoLibrary : public Object {
  public:
   static Ref<TarvoLibrary> Create() { return MakeRef<TarvoLibrary>(); }
   static const TypeInfo& Info();
@@ -81,7 +82,7 @@ class TarvoLibrary : public Object {
 };
 
 // The global instance.
-Ref<TarvoLibrary> GetTarvoLibrary();
+TARVO2_EXPORT Ref<TarvoLibrary> GetTarvoLibrary();
 
 }  // namespace tarvo2
 

@@ -18,6 +18,7 @@
 #include <variant>
 #include <vector>
 
+#include "tarvo2/export.h"
 #include "tarvo2/object.h"
 
 namespace tarvo2 {
@@ -45,22 +46,22 @@ enum class VarType : std::uint16_t {
 // Error codes carried by Error values.
 inline constexpr std::int32_t kMissingArgument = static_cast<std::int32_t>(0x80020004);
 
-struct NullValue {
+struct TARVO2_EXPORT NullValue {
   friend bool operator==(NullValue, NullValue) { return true; }
 };
 // A Currency value: a 64-bit integer count of ten-thousandths.
-struct Currency {
+struct TARVO2_EXPORT Currency {
   std::int64_t scaled = 0;
   friend bool operator==(Currency, Currency) = default;
 };
 // A Date value: days since 30 December 1899, the fraction being the time.
-struct Date {
+struct TARVO2_EXPORT Date {
   double serial = 0;
   friend bool operator==(Date, Date) = default;
 };
 // An Error value (VT_ERROR): an SCODE. kMissingArgument marks an omitted
 // optional argument.
-struct ErrorValue {
+struct TARVO2_EXPORT ErrorValue {
   std::int32_t code = kMissingArgument;
   friend bool operator==(ErrorValue, ErrorValue) = default;
 };
@@ -88,7 +89,7 @@ class Box {
 };
 }  // namespace detail
 
-class Variant {
+class TARVO2_EXPORT Variant {
  public:
   Variant() noexcept = default;  // Empty
   Variant(NullValue) : v_(NullValue{}) {}
@@ -158,7 +159,7 @@ class Variant {
 
   // Exact equality of type and value (arrays and records element by
   // element, objects by identity). Not the runtime's comparison operator.
-  friend bool operator==(const Variant& a, const Variant& b);
+  friend TARVO2_EXPORT bool operator==(const Variant& a, const Variant& b);
 
  private:
   Storage v_;
@@ -168,7 +169,7 @@ class Variant {
 // (no dimensions at all, like a dynamic array that was never sized).
 // Elements are Variants; a typed array (element type other than kVariant)
 // keeps every element converted to its element type.
-class SafeArray {
+class TARVO2_EXPORT SafeArray {
  public:
   // A not-yet-sized array of the given element type.
   explicit SafeArray(VarType element_type = VarType::kVariant);
@@ -200,7 +201,7 @@ class SafeArray {
 
   const std::vector<Variant>& Items() const noexcept { return items_; }
 
-  friend bool operator==(const SafeArray&, const SafeArray&);
+  friend TARVO2_EXPORT bool operator==(const SafeArray&, const SafeArray&);
 
  private:
   VarType type_;
@@ -211,7 +212,7 @@ class SafeArray {
 
 // A record (user-defined type) value: a type name and named fields in a
 // fixed order. Field names are matched without regard to letter case.
-class Record {
+class TARVO2_EXPORT Record {
  public:
   Record() = default;
   Record(String type_name, std::vector<std::pair<String, Variant>> fields)
@@ -225,7 +226,7 @@ class Record {
   void SetField(StringView name, Variant v);
   bool HasField(StringView name) const noexcept;
 
-  friend bool operator==(const Record&, const Record&);
+  friend TARVO2_EXPORT bool operator==(const Record&, const Record&);
 
  private:
   String type_name_;
