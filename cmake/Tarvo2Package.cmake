@@ -1,6 +1,6 @@
 # Debian packages (cpack -G DEB in the build folder), one per component:
-#   tarvo2      Runtime:     the shared library and the programs and modules
-#                            built on it;
+#   tarvo2      Runtime:     the shared library, the command-line tool and
+#                            the Python module;
 #   tarvo2-dev  Development: headers, the .so link, the static library, the
 #                            CMake package and tarvo2.pc.
 # Configure with -DCMAKE_INSTALL_PREFIX=/usr, so that the library lands in
@@ -53,7 +53,8 @@ set(CPACK_DEBIAN_RUNTIME_DESCRIPTION
  time: a multi-page text store, a persistent per-user registry store and INI
  file handling, behind one common interface, with window placement helpers.
  .
- This package holds the shared library and the programs built on it.")
+ This package holds the shared library, the tarvo2 command-line tool and
+ the Python module tarvo2.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME tarvo2-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)

@@ -41,7 +41,8 @@ step "find_package consumer"
 "$cmake" --build "$work/fp" -j 2 >/dev/null || "$cmake" --build "$work/fp" -j 1
 "$work/fp/consumer_shared" find_package/shared || fail "find_package consumer (shared)"
 "$work/fp/consumer_static" find_package/static || fail "find_package consumer (static)"
-ldd "$work/fp/consumer_shared" | grep -q "$prefix/.*libtarvo2\.so\.[0-9]" ||
+deps=$(ldd "$work/fp/consumer_shared")
+[[ "$deps" == *"$prefix/"*"libtarvo2.so."[0-9]* ]] ||
   fail "the shared consumer does not use the installed libtarvo2.so"
 
 step "pkg-config consumer"

@@ -1,15 +1,16 @@
 #!/usr/bin/env bash
 # Builds the Debian packages of a build tree with cpack and checks their
 # split, names, dependencies and contents:
-#   tarvo2      the shared library (and the programs built on it), with the
-#               shared-library dependencies dpkg-shlibdeps finds;
+#   tarvo2      the shared library, the command-line tool and the Python
+#               module (when built), with the shared-library dependencies
+#               dpkg-shlibdeps finds;
 #   tarvo2-dev  headers (without the test doubles), static library, .so
 #               link, CMake package and a tarvo2.pc naming /usr; it depends
 #               on tarvo2 of the same version and on libsqlite3-dev.
 #
-# Usage: deb_packages.sh CPACK BUILD_DIR VERSION
+# Usage: deb_packages.sh CPACK BUILD_DIR VERSION HAS_CLI HAS_PYTHON (1 or 0)
 set -euo pipefail
-cpack=$1 build=$2 version=$3
+cpack=$1 build=$2 version=$3 has_cli=$4 has_python=$5
 work=$(mktemp -d "${TMPDIR:-/tmp}/tarvo2-deb.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 fail() { echo "FAILED: $*" >&2; exit 1; }
@@ -41,6 +42,8 @@ has() { grep -qE "$2" "$work/$1.list" || fail "$1 package lacks $2"; }
 lacks() { ! grep -qE "$2" "$work/$1.list" || fail "$1 package holds $(grep -E "$2" "$work/$1.list" | head -1)"; }
 has runtime '^\./usr/lib/(.*/)?libtarvo2\.so\.[0-9]+$'
 has runtime "^\./usr/lib/(.*/)?libtarvo2\.so\.$version\$"
+[ "$has_cli" = 1 ] && has runtime '^\./usr/bin/tarvo2$'
+[ "$has_python" = 1 ] && has runtime '^\./usr/lib/python3/dist-packages/tarvo2\..*so$'
 lacks runtime '/include/|\.a$|libtarvo2\.so$|/cmake/|\.pc$'
 has dev '^\./usr/include/tarvo2/tarvo2\.h$'
 has dev '^\./usr/lib/(.*/)?libtarvo2\.a$'
