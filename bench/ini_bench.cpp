@@ -39,6 +39,8 @@
 #include "tarvo2/file_system.h"
 #include "tarvo2/ini_file.h"
 #include "tarvo2/profile_store.h"
+#include "tarvo2/services.h"
+#include "tarvo2/testing/file_system.h"
 
 namespace {
 
@@ -103,9 +105,9 @@ void BM_GetValueCachedMemFs(benchmark::State& state) {
   tarvo2::FileSystem::Default()->ReadFile(g_file, &bytes);
   fs->CreateDir("/m");
   fs->WriteFile("/m/bench.ini", bytes, false);
-  tarvo2::SetFileSystem(fs);
-  tarvo2::SetProfileStore(nullptr);
-  auto ini = tarvo2::KivINIFileHandler::Create();
+  auto services = tarvo2::Services::New();
+  services->set_file_system(fs);
+  auto ini = tarvo2::KivINIFileHandler::Create(services);
   ini->put_Path(u"/m/bench.ini");
   ini->GetValue(u"warm");
   std::this_thread::sleep_for(std::chrono::milliseconds(2100));  // out of the racy window
@@ -115,8 +117,6 @@ void BM_GetValueCachedMemFs(benchmark::State& state) {
     ini->put_Section(section);
     benchmark::DoNotOptimize(ini->GetValue(key));
   }
-  tarvo2::SetFileSystem(nullptr);
-  tarvo2::SetProfileStore(nullptr);
 }
 BENCHMARK(BM_GetValueCachedMemFs)->Iterations(1000000);
 

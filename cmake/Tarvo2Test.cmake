@@ -11,13 +11,14 @@ function(tarvo2_add_test layer)
   endif()
   set(name ${layer}_tests)
   add_executable(${name} ${test_sources})
-  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/src
+  # The layer's include tree: the headers of the layer and those below it.
+  target_include_directories(${name} PRIVATE ${TARVO2_LAYER_TREES}/${layer}
                                              ${PROJECT_SOURCE_DIR}/tests
                                              ${PROJECT_SOURCE_DIR}/tests/support)
   foreach(dep IN LISTS TARVO2_DEPS_${layer} ITEMS ${layer})
     target_link_libraries(${name} PRIVATE tarvo2_${dep})
   endforeach()
-  target_link_libraries(${name} PRIVATE GTest::gtest GTest::gtest_main GTest::gmock)
+  target_link_libraries(${name} PRIVATE tarvo2_testing GTest::gtest GTest::gtest_main GTest::gmock)
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
                        PROPERTIES ENVIRONMENT "TARVO2_REGISTRY=:memory:")
 endfunction()

@@ -15,7 +15,7 @@
 
 #include <cstdint>
 
-#include "tarvo2/export.h"
+#include "tarvo2/services.h"
 #include "tarvo2/variant.h"
 
 namespace tarvo2 {
@@ -59,14 +59,10 @@ TARVO2_EXPORT bool AllNumeric(const Variant& array);
 // position 32767.
 TARVO2_EXPORT bool IsDouble(const Variant& value);
 
-// Returns n, then adds one to it / adds one and returns the new value.
-// Both raise 6 when n is 2147483647 (n is then unchanged).
-TARVO2_EXPORT std::int32_t PostInc(std::int32_t& n);
-TARVO2_EXPORT std::int32_t PreInc(std::int32_t& n);
-
-// True when the path names an existing file or folder, or, with wildcards
-// (* ?), when anything matches it. False for the empty path.
-TARVO2_EXPORT bool PathExists(StringView path);
+// True when the path names an existing file or folder of the file system
+// of `services`, or, with wildcards (* ?), when anything matches it. False
+// for the empty path.
+TARVO2_EXPORT bool PathExists(const Services& services, StringView path);
 
 // The upper bound of `array` in `dimension` as a Long, or Null when it has
 // none (not an array, never sized, no such dimension). Never raises.

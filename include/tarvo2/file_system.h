@@ -6,10 +6,10 @@
 // runtime's error numbers (53 "File not found", 76 "Path not found", ...)
 // together with the operating system's message for diagnostics.
 //
-// FileSystem::Default() is the real POSIX file system. NewMemFileSystem()
-// returns an in-memory twin with the same semantics, FileSystemWrapper
-// forwards every call to another file system, and FaultInjectingFileSystem
-// makes a chosen call fail.
+// FileSystem::Default() is the real POSIX file system, and
+// FileSystemWrapper forwards every call to another file system. (The test
+// doubles, an in-memory twin and a fault-injecting wrapper, are in
+// tarvo2/testing/file_system.h.)
 //
 // All implementations in this file are safe for concurrent use by several
 // threads.
@@ -18,7 +18,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -283,55 +282,6 @@ class TARVO2_EXPORT FileSystemWrapper : public FileSystem {
  private:
   std::shared_ptr<FileSystem> target_;
 };
-
-// A wrapper that makes the Nth call of a kind fail with a chosen errno
-// value (translated by PosixError), for testing failure paths. Calls are
-// counted from 1 after each FailNth(); the failing call does nothing.
-class TARVO2_EXPORT FaultInjectingFileSystem : public FileSystemWrapper {
- public:
-  enum class Op { kWrite, kAppend, kRename, kDelete };
-
-  explicit FaultInjectingFileSystem(std::shared_ptr<FileSystem> target)
-      : FileSystemWrapper(std::move(target)) {}
-
-  // Makes the `n`th following call of `op` (n >= 1) fail with errno `err`.
-  // Replaces any fault armed earlier for the same op.
-  void FailNth(Op op, int n, int err);
-  // Disarms every fault.
-  void Clear();
-
-  FileStatus WriteFile(const std::string& p, std::string_view d,
-                       bool sync) override;
-  FileStatus AppendFile(const std::string& p, std::string_view d) override;
-  FileStatus RenameFile(const std::string& f, const std::string& t) override;
-  FileStatus DeleteFile(const std::string& p) override;
-
- private:
-  // Counts a call of `op`; true (with *err set) when it must fail.
-  bool Trip(Op op, int* err);
-
-  struct Fault {
-    int remaining = 0;  // calls until the failure; 0 = disarmed
-    int err = 0;
-  };
-  std::mutex mu_;
-  Fault faults_[4];
-};
-
-// A new, empty in-memory file system with the semantics of the POSIX one:
-// the folders "/" and "." (the current folder of relative paths) exist;
-// "//", "." and ".." components are resolved lexically; every write gives a
-// new modification time, and a rename gives the target the inode of the
-// renamed file. Symbolic links are not supported: ResolveSymlinks() returns
-// the path itself. LockFile() locks within the process only.
-TARVO2_EXPORT std::shared_ptr<FileSystem> NewMemFileSystem();
-
-// The process-wide file system used by the library; FileSystem::Default()
-// unless replaced.
-TARVO2_EXPORT std::shared_ptr<FileSystem> GetFileSystem();
-
-// Replaces the process-wide file system; nullptr restores the default.
-TARVO2_EXPORT void SetFileSystem(std::shared_ptr<FileSystem> fs);
 
 }  // namespace tarvo2
 

@@ -31,7 +31,7 @@
 #ifndef TARVO2_IMPORT_H_
 #define TARVO2_IMPORT_H_
 
-#include "tarvo2/export.h"
+#include "tarvo2/services.h"
 #include "tarvo2/variant.h"
 
 namespace tarvo2 {
@@ -41,26 +41,26 @@ namespace tarvo2 {
 TARVO2_EXPORT bool IsImportSource(const Variant& v);
 
 // Imports `source` into `target` (both store objects of this library; the
-// target must be held by a Ref). A common-interface view of a store is
-// taken as the store. Never raises.
-TARVO2_EXPORT void ImportStore(Object& target, const Ref<Object>& source) noexcept;
+// target must be held by a Ref). `services` is the target's context: its
+// raise switch governs the library errors that the importers raise (and
+// discard). A common-interface view of a store is taken as the store. The
+// source may belong to another context. Never raises.
+TARVO2_EXPORT void ImportStore(const Services& services, Object& target, const Ref<Object>& source) noexcept;
 
-// What a store's Value (write) does with a store object. The hook installed
-// from the start is ImportStore; SetImportHook replaces it process-wide (to
-// observe imports in a test, say), and SetImportHook(nullptr) turns imports
-// off, so that assigning a store object changes nothing. An error leaving a
-// hook passes through the caller's standard handler. Reading and replacing
-// the hook are atomic; change it only while no store is in use.
-using ImportHook = void (*)(Object& target, const Ref<Object>& source);
-TARVO2_EXPORT void SetImportHook(ImportHook hook);
-TARVO2_EXPORT ImportHook GetImportHook();
+// What a store's Value (write) does with a store object is the import hook
+// of the target's context (Services::import_hook, an ImportHook): from the
+// start ImportStore. Replacing it (to observe imports in a test, say)
+// applies to the stores of that context; null turns imports off, so that
+// assigning a store object changes nothing. An error leaving a hook passes
+// through the caller's standard handler. Reading and replacing the hook
+// are atomic; change it only while no store is in use.
 
 // The import step of every store's Value (write): when `value` is a store
-// object (IsImportSource), runs the import hook with `target` and the
-// store (a common-interface view is taken as its store), keeping `target`
-// alive meanwhile, and returns true; for any other
-// value does nothing and returns false.
-TARVO2_EXPORT bool ImportIfStore(Object& target, const Variant& value);
+// object (IsImportSource), runs the import hook of `services` (the
+// target's context) with `target` and the store (a common-interface view
+// is taken as its store), keeping `target` alive meanwhile, and returns
+// true; for any other value does nothing and returns false.
+TARVO2_EXPORT bool ImportIfStore(const Services& services, Object& target, const Variant& value);
 
 }  // namespace tarvo2
 

@@ -20,8 +20,8 @@
 //    "...INIDeleteValue" or "...INIDeleteSection".
 //  - Two failures are the object's own: ErrZeroLengthFieldName (10022) from
 //    SetValue and ErrIllegalCharacters (10023) from Section (Let). They go
-//    through RaiseLibraryError and so depend on the process-wide raise
-//    switch (SetRaiseErrors); each comment says what the member does when
+//    through RaiseLibraryError and so depend on the raise switch of the
+//    object's context (Services::raise_errors); each comment says what the member does when
 //    the switch is off. Runtime errors (6, 9, 13, 94, ...) are raised
 //    whatever the switch says.
 //  - What the profile store reports is not an error here: a missing file,
@@ -64,11 +64,17 @@ namespace tarvo2 {
 
 class TARVO2_EXPORT KivINIFileHandler : public Object {
  public:
-  // A new object: Path unset and empty, Section "DEFAULT", Value Empty,
-  // no field name or delimiter remembered, and HostFolder() taken from the
-  // host executable (GetHostModulePath()). Label "Class_Initialize".
-  KivINIFileHandler();
-  static Ref<KivINIFileHandler> Create() { return MakeRef<KivINIFileHandler>(); }
+  // A new object in `services` (the default context when null): Path unset
+  // and empty, Section "DEFAULT", Value Empty, no field name or delimiter
+  // remembered, and HostFolder() taken from the context's host executable
+  // (Services::host_module()). Label "Class_Initialize".
+  explicit KivINIFileHandler(std::shared_ptr<Services> services = Services::Default());
+  static Ref<KivINIFileHandler> Create(std::shared_ptr<Services> services = Services::Default()) {
+    return MakeRef<KivINIFileHandler>(std::move(services));
+  }
+  // The context the object works in (its creator's for objects that
+  // another object makes).
+  const std::shared_ptr<Services>& services() const { return services_; }
 
   // The type information of the automation interface (class name
   // "KivINIFileHandler", creatable). Members in slot order: Path (Let),
@@ -246,6 +252,7 @@ class TARVO2_EXPORT KivINIFileHandler : public Object {
   uint32_t LastProfileError() const { return last_profile_error_; }
 
  private:
+  const std::shared_ptr<Services> services_;
   String path_;
   bool path_is_set_ = false;
   String section_;

@@ -3,7 +3,7 @@
 // A failure that the library detects itself has one of 26 codes. It is
 // raised through RaiseLibraryError, which raises number 0x80040000 + code
 // with the code's fixed message and the library's name as the source, but
-// only while the process-wide raise switch is on. While it is off the call
+// only while the raise switch of the context (Services) is on. While it is off the call
 // does nothing and the calling procedure goes on with its next step; each
 // procedure documents what it then does.
 #ifndef TARVO2_LIBRARY_ERRORS_H_
@@ -12,7 +12,7 @@
 #include <cstdint>
 
 #include "tarvo2/error.h"
-#include "tarvo2/export.h"
+#include "tarvo2/services.h"
 
 namespace tarvo2 {
 
@@ -57,25 +57,25 @@ constexpr std::int32_t LibraryErrorNumber(std::int32_t code) {
 // The fixed message of a library error number; empty for any other number.
 TARVO2_EXPORT String LibraryErrorMessage(std::int32_t number);
 
-// Raises `number` with its fixed message while the raise switch is on.
+// Raises `number` with its fixed message while the raise switch of
+// `services` (the context of the object that detected the failure) is on.
 // A number outside the table raises `fallback` alone, with the runtime's
 // standard description. With a non-empty `source` that text is the origin
 // line, else the library's name. With the switch off, returns at once.
 // This procedure adds no line to the source chain.
-TARVO2_EXPORT void RaiseLibraryError(std::int32_t number, StringView source, std::int32_t fallback);
+TARVO2_EXPORT void RaiseLibraryError(const Services& services, std::int32_t number, StringView source,
+                       std::int32_t fallback);
 
-// Shorthand for RaiseLibraryError(LibraryErrorNumber(code), u"", 0).
-TARVO2_EXPORT void RaiseLibraryError(LibraryErrorCode code);
+// Shorthand for RaiseLibraryError(services, LibraryErrorNumber(code), u"", 0).
+TARVO2_EXPORT void RaiseLibraryError(const Services& services, LibraryErrorCode code);
 
-// The raise switch: shared by every object of the library, on after
-// start-up. Reads and writes are not synchronised beyond atomicity.
+// Sets the raise switch of `services`, shared by every object of that
+// context (label "SetRaiseErrors"). Every context starts with it on. Reads
+// and writes are not synchronised beyond atomicity.
+TARVO2_EXPORT void SetRaiseErrors(Services& services, bool raise);
+// The same for the default context, whose switch is the library-wide one.
 TARVO2_EXPORT void SetRaiseErrors(bool raise);
 TARVO2_EXPORT bool RaiseErrorsEnabled();
-
-// Library start-up: turns the raise switch on. It runs once, by itself,
-// before the switch is first read or written; calling it again turns the
-// switch on again.
-TARVO2_EXPORT void Main();
 
 }  // namespace tarvo2
 

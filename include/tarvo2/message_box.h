@@ -1,8 +1,8 @@
 // The message-box service: how the library shows a modal message.
 //
 // The version report is the only user interface of the library. It goes
-// through the current MessageBoxService, which an application (or a test)
-// can replace. The default one writes the title and the message to standard
+// through the MessageBoxService of the object's context (see services.h),
+// which an application (or a test) can replace. The default one writes the title and the message to standard
 // output and, when standard input is a terminal, waits until the user
 // presses Enter.
 #ifndef TARVO2_MESSAGE_BOX_H_
@@ -28,10 +28,8 @@ class TARVO2_EXPORT MessageBoxService {
   virtual void Show(StringView message, StringView title, std::int32_t style) = 0;
 };
 
-// The current service (the terminal one unless replaced).
-TARVO2_EXPORT std::shared_ptr<MessageBoxService> GetMessageBoxService();
-// Replaces the current service; nullptr restores the default.
-TARVO2_EXPORT void SetMessageBoxService(std::shared_ptr<MessageBoxService> service);
+// The terminal message box, the default service.
+TARVO2_EXPORT std::shared_ptr<MessageBoxService> NewTerminalMessageBox();
 
 }  // namespace tarvo2
 

@@ -127,8 +127,7 @@ class TARVO2_EXPORT ProfileStore {
   static void SetLastError(uint32_t code);
 };
 
-// A new profile store over `fs`; with nullptr it uses GetFileSystem() at
-// every call (and drops its cache when that changes).
+// A new profile store over `fs` (FileSystem::Default() when null).
 TARVO2_EXPORT std::shared_ptr<ProfileStore> NewProfileStore(
     std::shared_ptr<FileSystem> fs = nullptr);
 
@@ -136,13 +135,6 @@ TARVO2_EXPORT std::shared_ptr<ProfileStore> NewProfileStore(
 // contains '/', otherwise the name inside $XDG_CONFIG_HOME (when absolute)
 // or $HOME/.config. Empty for an empty name.
 TARVO2_EXPORT std::string ResolveProfilePath(const std::string& file);
-
-// The process-wide profile store used by the library; a store made by
-// NewProfileStore() unless replaced.
-TARVO2_EXPORT std::shared_ptr<ProfileStore> GetProfileStore();
-
-// Replaces the process-wide profile store; nullptr restores the default.
-TARVO2_EXPORT void SetProfileStore(std::shared_ptr<ProfileStore> store);
 
 }  // namespace tarvo2
 

@@ -3,8 +3,8 @@
 //
 // The library draws pseudo-random numbers only to make unlikely marker
 // texts (KivINIFileHandler.GetValue); nothing depends on their quality.
-// The process-wide service can be replaced, so that tests get numbers they
-// can predict.
+// The service of a context (see services.h) can be replaced, so that tests
+// get numbers they can predict.
 #ifndef TARVO2_RANDOM_H_
 #define TARVO2_RANDOM_H_
 
@@ -36,12 +36,7 @@ TARVO2_EXPORT std::shared_ptr<RandomService> NewClockRandomService();
 // tests that need to know the numbers in advance.
 TARVO2_EXPORT std::shared_ptr<RandomService> NewFixedRandomService(uint32_t seed);
 
-// The process-wide service (NewClockRandomService() unless replaced).
-// Thread-safe; the services made above are safe for concurrent use.
-TARVO2_EXPORT std::shared_ptr<RandomService> GetRandomService();
-
-// Replaces the process-wide service; nullptr restores the default.
-TARVO2_EXPORT void SetRandomService(std::shared_ptr<RandomService> service);
+// The services made above are safe for concurrent use.
 
 }  // namespace tarvo2
 

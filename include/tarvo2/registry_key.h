@@ -5,8 +5,8 @@
 // (KeyName). Assigning KeyName creates the key; SetValue and GetValue move
 // texts, 32-bit numbers and arrays (joined at a delimiter, see codec.h)
 // between the client and the key; SubKeys presents the key's subkeys as
-// KivRegistryKey objects. Every registry call goes to the process-wide
-// registry store (registry_store.h); key handles are held only inside one
+// KivRegistryKey objects. Every registry call goes to the registry store of
+// the object's context (Services::registry_store(), see services.h); key handles are held only inside one
 // call. The result code of the latest recorded store call is kept in
 // ErrorState; the codes 1-8, 87 and 259 also raise a library error:
 //
@@ -87,11 +87,17 @@ class SubKeysCollection;
 
 class TARVO2_EXPORT KivRegistryKey : public Object {
  public:
-  // A new key object: HKEY_CURRENT_USER, no key name, ErrorState 0. Makes
-  // no registry call.
-  KivRegistryKey();
+  // A new key object in `services` (the default context when null):
+  // HKEY_CURRENT_USER, no key name, ErrorState 0. Makes no registry call;
+  // every registry call goes to the context's registry store.
+  explicit KivRegistryKey(std::shared_ptr<Services> services = Services::Default());
   ~KivRegistryKey() override;
-  static Ref<KivRegistryKey> Create() { return MakeRef<KivRegistryKey>(); }
+  static Ref<KivRegistryKey> Create(std::shared_ptr<Services> services = Services::Default()) {
+    return MakeRef<KivRegistryKey>(std::move(services));
+  }
+  // The context the object works in (its creator's for objects that
+  // another object makes).
+  const std::shared_ptr<Services>& services() const { return services_; }
 
   // Class name "KivRegistryKey", creatable; members in slot order: RootKey
   // (Let, Get), KeyName (Let, Get), Value (Get, Let; default member),
@@ -104,10 +110,6 @@ class TARVO2_EXPORT KivRegistryKey : public Object {
   // forwards to the TarvoStdInterface_* members below; anything else none.
   Ref<Object> QueryInterface(StringView interface_name) override;
   Ref<TarvoStdInterface> StdInterface();
-
-  // Number of KivRegistryKey objects alive in the process (diagnostics and
-  // leak tests).
-  static std::int64_t LiveInstances();
 
   // -------------------------------------------------------------------------
   // Identity. Each can be assigned once; later assignments are ignored
@@ -231,6 +233,7 @@ class TARVO2_EXPORT KivRegistryKey : public Object {
 
  private:
   friend class SubKeysCollection;
+  const std::shared_ptr<Services> services_;
 
   // Raises ErrObjectInvalidated on an invalidated object; returns false
   // when the object is invalidated (the switch being off), so that the
@@ -288,15 +291,17 @@ class TARVO2_EXPORT SubKeysCollection : public Object {
  public:
   ~SubKeysCollection() override;
 
-  // An empty collection that belongs to no key: it lists nothing and Add
-  // creates nothing. (The class table needs a creator; clients cannot
-  // create the class by ProgID.)
-  static Ref<SubKeysCollection> Create();
+  // An empty collection in `services` that belongs to no key: it lists
+  // nothing and Add creates nothing. (The class table needs a creator;
+  // clients cannot create the class by ProgID.)
+  static Ref<SubKeysCollection> Create(std::shared_ptr<Services> services = Services::Default());
+
+  // The context of the collection: that of the key that made it. Its
+  // entries are made in it too.
+  const std::shared_ptr<Services>& services() const { return services_; }
 
   static const TypeInfo& Info();
   const TypeInfo& GetTypeInfo() const override { return Info(); }
-
-  static std::int64_t LiveInstances();
 
   // Invalidates every entry and reloads the list from the registry with new
   // objects.
@@ -354,7 +359,7 @@ class TARVO2_EXPORT SubKeysCollection : public Object {
  private:
   friend class KivRegistryKey;
 
-  SubKeysCollection();
+  explicit SubKeysCollection(std::shared_ptr<Services> services);
 
   // Empties the list and fills it with the subkeys of `parent` (or of the
   // remembered parent when null), in the store's order. Opening the parent
@@ -373,6 +378,7 @@ class TARVO2_EXPORT SubKeysCollection : public Object {
   bool ParentLocation(RegRootKeyEnum* root, String* key_name) const;
   std::size_t IndexOf(const Variant& index_key) const;
 
+  const std::shared_ptr<Services> services_;
   std::vector<Entry> entries_;
   KivRegistryKey* parent_ = nullptr;  // not owned; cleared by the parent's destructor
   bool has_location_ = false;         // parent_ or the detached copy below is valid

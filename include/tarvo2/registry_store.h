@@ -7,9 +7,10 @@
 // result codes. All text is 8-bit text in the Windows-1252 code page
 // (see tarvo2/codepage.h); every byte value is an ordinary character.
 //
-// The whole registry is one SQLite database per user. The process-wide
-// current store (GetRegistryStore) is what the registry classes use; tests
-// and embedders replace it with SetRegistryStore or SetRegistryLocation.
+// The whole registry is one SQLite database per user. The registry classes
+// use the store of their context (Services::registry_store(), see
+// services.h), which opens a location or is replaced as a whole. A test
+// double that fails chosen calls is in tarvo2/testing/registry_store.h.
 //
 // Rules common to all calls:
 //   * Key paths are relative to the key of the handle passed. Components are
@@ -37,7 +38,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "tarvo2/export.h"
@@ -267,59 +267,7 @@ class TARVO2_EXPORT RegistryStoreWrapper : public RegistryStore {
   std::shared_ptr<RegistryStore> target_;
 };
 
-// A wrapper that makes chosen calls fail, for testing how callers cope with
-// store failures. Writes are CreateKey, SetValue, DeleteValue and DeleteKey;
-// reads are OpenKey, QueryValue, EnumValue and EnumKey. CloseKey is never
-// failed. A failed call does not reach the target, so nothing changes in the
-// store; out arguments are left as they were, except that a failed
-// CreateKey or OpenKey sets *result to 0.
-class TARVO2_EXPORT FaultInjectingRegistryStore : public RegistryStoreWrapper {
- public:
-  explicit FaultInjectingRegistryStore(std::shared_ptr<RegistryStore> target);
-
-  // The `n`-th write from now (1 for the very next) fails with `code`; the
-  // writes before and after it pass. Replaces any earlier write fault.
-  void FailNthWrite(std::uint64_t n, std::int32_t code);
-  // Every write from now fails with `code`.
-  void FailAllWrites(std::int32_t code);
-  // Every read from now fails with `code`.
-  void FailAllReads(std::int32_t code);
-  // Removes every fault; calls pass again.
-  void ClearFaults();
-  // The number of calls failed so far.
-  std::uint64_t injected_failures() const;
-
-  std::int32_t CreateKey(RegKey parent, const char* subkey,
-                         std::uint32_t access, RegKey* result,
-                         std::uint32_t* disposition) override;
-  std::int32_t OpenKey(RegKey parent, const char* subkey, std::uint32_t access,
-                       RegKey* result) override;
-  std::int32_t QueryValue(RegKey key, const char* name, std::uint32_t* type,
-                          std::uint8_t* data, std::uint32_t* size) override;
-  std::int32_t SetValue(RegKey key, const char* name, std::uint32_t type,
-                        const std::uint8_t* data, std::uint32_t size) override;
-  std::int32_t DeleteValue(RegKey key, const char* name) override;
-  std::int32_t DeleteKey(RegKey key, const char* subkey) override;
-  std::int32_t EnumValue(RegKey key, std::uint32_t index, char* name,
-                         std::uint32_t* name_length, std::uint32_t* type,
-                         std::uint8_t* data, std::uint32_t* data_size) override;
-  std::int32_t EnumKey(RegKey key, std::uint32_t index, char* name,
-                       std::uint32_t name_size) override;
-
- private:
-  // Returns the code to fail the current call with, or 0 to let it pass.
-  std::int32_t NextWriteFault();
-  std::int32_t NextReadFault();
-
-  mutable std::mutex mu_;
-  std::uint64_t write_countdown_ = 0;  // 0: no single-write fault pending
-  std::int32_t nth_write_code_ = 0;
-  std::int32_t all_writes_code_ = 0;   // 0: writes pass
-  std::int32_t all_reads_code_ = 0;    // 0: reads pass
-  std::uint64_t injected_ = 0;
-};
-
-struct TARVO2_EXPORT SqliteRegistryOptions {
+struct SqliteRegistryOptions {
   // How long a call waits for a lock held by another connection or process
   // before it gives up with kErrorCantWrite (or kErrorCantRead).
   int busy_timeout_ms = 5000;
@@ -347,7 +295,7 @@ TARVO2_EXPORT std::shared_ptr<RegistryStore> OpenSqliteRegistryStore(
     const SqliteRegistryOptions& options = SqliteRegistryOptions(),
     std::int32_t* open_result = nullptr);
 
-// The location GetRegistryStore opens when none was set: the environment
+// The location a context opens when none was set: the environment
 // variable TARVO2_REGISTRY when it is set and not empty (a path, or
 // ":memory:"); otherwise $XDG_CONFIG_HOME/tarvo2/registry.sqlite3, with
 // $HOME/.config in place of XDG_CONFIG_HOME when that is unset or empty
@@ -355,23 +303,12 @@ TARVO2_EXPORT std::shared_ptr<RegistryStore> OpenSqliteRegistryStore(
 // no home folder is known at all).
 TARVO2_EXPORT std::string DefaultRegistryLocation();
 
-// The process-wide current store. The first call after start-up, after
-// SetRegistryLocation or after SetRegistryStore(nullptr) opens the location
-// set with SetRegistryLocation, or DefaultRegistryLocation() when none is
-// set; for the XDG location it first creates the missing folders (mode
-// 0700). Never returns null; a store that failed to open reports its failure
-// through its calls (see OpenSqliteRegistryStore).
-TARVO2_EXPORT std::shared_ptr<RegistryStore> GetRegistryStore();
-
-// Makes `store` the current store. Null resets it, so that the next
-// GetRegistryStore opens the configured location again. Stores handed out
-// earlier stay valid for as long as their holders keep them.
-TARVO2_EXPORT void SetRegistryStore(std::shared_ptr<RegistryStore> store);
-
-// Sets the location that GetRegistryStore opens (":memory:" allowed; an
-// empty `path` returns to DefaultRegistryLocation()) and resets the current
-// store, so that the next GetRegistryStore opens it.
-TARVO2_EXPORT void SetRegistryLocation(std::string path);
+// Opens the registry at `location` with OpenSqliteRegistryStore; an empty
+// `location` opens DefaultRegistryLocation(), creating its missing folders
+// (mode 0700) first when it is the XDG location. Results as
+// OpenSqliteRegistryStore.
+TARVO2_EXPORT std::shared_ptr<RegistryStore> OpenRegistryStore(const std::string& location,
+                                                 std::int32_t* open_result = nullptr);
 
 }  // namespace tarvo2
 

@@ -16,31 +16,37 @@
 #include <cstdint>
 
 #include "tarvo2/dispatch.h"
-#include "tarvo2/export.h"
+#include "tarvo2/services.h"
+#include "tarvo2/version.h"
 
 namespace tarvo2 {
 
 // The internal version every class reports and every importer requires.
 inline constexpr char16_t kInternalVersion[] = u"2.0";
-// The library's file name and build version, as the version report names them.
+// The library's file name, as the version report names it; the build
+// version is that of tarvo2/version.h.
 inline constexpr char16_t kLibraryFileName[] = u"Tarvo2";
-inline constexpr std::int32_t kVersionMajor = 2;
-inline constexpr std::int32_t kVersionMinor = 0;
-inline constexpr std::int32_t kVersionRevision = 4;
 
 // The text of the version report for a class: "Tarvo2 - 2.0.4", CR,
 // "Module: <class name> - 2.0".
 TARVO2_EXPORT String VersionReportText(StringView class_name);
 
-// The version report: composes the text, shows it in a message box (style
-// 64, title "Tarvo2 - Version Information") when `show` is true and returns
-// once the user has closed it, and returns "2.0". Failures of the message
-// box pass to the caller, which adds its own label.
-TARVO2_EXPORT String VersionReport(StringView class_name, bool show);
+// The version report: composes the text, shows it in the message box of
+// `services` (style 64, title "Tarvo2 - Version Information") when `show`
+// is true and returns once the user has closed it, and returns "2.0".
+// Failures of the message box pass to the caller, which adds its own label.
+TARVO2_EXPORT String VersionReport(const Services& services, StringView class_name, bool show);
 
 class TARVO2_EXPORT TarvoStdInterface : public Object {
  public:
-  static Ref<TarvoStdInterface> Create() { return MakeRef<TarvoStdInterface>(); }
+  // A bare object in `services` (the default context when null).
+  explicit TarvoStdInterface(std::shared_ptr<Services> services = Services::Default())
+      : services_(Services::OrDefault(std::move(services))) {}
+  static Ref<TarvoStdInterface> Create(std::shared_ptr<Services> services = Services::Default()) {
+    return MakeRef<TarvoStdInterface>(std::move(services));
+  }
+  // The context the object works in.
+  const std::shared_ptr<Services>& services() const { return services_; }
   static const TypeInfo& Info();
   const TypeInfo& GetTypeInfo() const override { return Info(); }
 
@@ -55,6 +61,9 @@ class TARVO2_EXPORT TarvoStdInterface : public Object {
   virtual Variant GetValue(const String& sFieldName, const String& sDelimiter = u"\t");
   // "2.0"; with bShow also shows the version report.
   virtual Variant Version(bool bShow = false);
+
+ private:
+  const std::shared_ptr<Services> services_;
 };
 
 // The view of a store under TarvoStdInterface. `Store` provides the members
@@ -76,7 +85,7 @@ class TARVO2_EXPORT TarvoStdInterface : public Object {
 template <class Store>
 class StdInterfaceView : public TarvoStdInterface {
  public:
-  explicit StdInterfaceView(Ref<Store> store) : store_(std::move(store)) {}
+  explicit StdInterfaceView(Ref<Store> store) : TarvoStdInterface(store->services()), store_(std::move(store)) {}
   String ClassName() const override { return store_->ClassName(); }
   const TypeInfo& GetTypeInfo() const override { return store_->GetTypeInfo(); }
   DispId GetIdOfName(StringView name) const override { return store_->GetIdOfName(name); }

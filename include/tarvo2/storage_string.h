@@ -20,7 +20,8 @@
 //    The label is the member's name, with " (Get)", " (Let)" or " (Set)" for
 //    property accessors, except where a member's comment names another one.
 //  - Failures the store detects itself go through RaiseLibraryError and so
-//    depend on the process-wide raise switch (SetRaiseErrors). Each comment
+//    depend on the raise switch of the store's context (Services::
+//    raise_errors). Each comment
 //    says what the member does when the switch is off and the check fails.
 //    Runtime errors (5, 6, 9, 13, 53, 94, 438, ...) are raised whatever the
 //    switch says.
@@ -84,11 +85,17 @@ TARVO2_EXPORT Record MakeLookForResult(String text, const std::vector<std::int32
 
 class TARVO2_EXPORT KivStorageString : public Object {
  public:
-  // A new store: one empty, unnamed page, MultiPage on, not bound, not
-  // protected, cursor 0 (read as 1), the tags "<\", "/>", "={", "};",
-  // ToggleValues "A" tab "B" tab ... "Z", ToggleDelimiter tab.
-  KivStorageString();
-  static Ref<KivStorageString> Create() { return MakeRef<KivStorageString>(); }
+  // A new store in `services` (the default context when null): one empty,
+  // unnamed page, MultiPage on, not bound, not protected, cursor 0 (read as
+  // 1), the tags "<\", "/>", "={", "};", ToggleValues "A" tab "B" tab ...
+  // "Z", ToggleDelimiter tab.
+  explicit KivStorageString(std::shared_ptr<Services> services = Services::Default());
+  static Ref<KivStorageString> Create(std::shared_ptr<Services> services = Services::Default()) {
+    return MakeRef<KivStorageString>(std::move(services));
+  }
+  // The context the object works in (its creator's for objects that
+  // another object makes).
+  const std::shared_ptr<Services>& services() const { return services_; }
 
   // The type information of the automation interface (class name
   // "KivStorageString", creatable), members in slot order.
@@ -484,6 +491,7 @@ class TARVO2_EXPORT KivStorageString : public Object {
 
  private:
   String& CurrentText() { return page_texts_[current_ - 1]; }
+  const std::shared_ptr<Services> services_;
 
   // Field machinery on a page text (labels as their names).
   bool FieldExists(StringView page, StringView name);

@@ -21,10 +21,12 @@
 #include "tarvo2/registry_key.h"
 #include "tarvo2/registry_store.h"
 #include "tarvo2/screen.h"
+#include "tarvo2/services.h"
 #include "tarvo2/std_interface.h"
 #include "tarvo2/storage_string.h"
 #include "tarvo2/tarvo_library.h"
 #include "tarvo2/variant.h"
+#include "tarvo2/version.h"
 
 namespace tarvo2 {
 
@@ -33,6 +35,9 @@ namespace tarvo2 {
 // regard to letter case. Raises 429 for an unknown ProgID and for a class
 // that is not creatable (SubKeysCollection).
 TARVO2_EXPORT Ref<Object> CreateObject(StringView prog_id);
+
+// The same, in the context `services` (the default context when null).
+TARVO2_EXPORT Ref<Object> CreateObject(StringView prog_id, std::shared_ptr<Services> services);
 
 // The registry of the library's classes: their ProgIDs and type
 // information, for introspection.

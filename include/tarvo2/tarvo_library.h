@@ -8,8 +8,9 @@
 // interface.
 //
 // Forms are client objects reached by property name ("WindowState", "Top",
-// "Left", "Width", "Height", "Name"); the screen is the ScreenService; the
-// host folder and host name come from the host module path.
+// "Left", "Width", "Height", "Name"); the screen is the ScreenService and
+// the host folder and host name those of the host module, both of the
+// object's context.
 #ifndef TARVO2_TARVO_LIBRARY_H_
 #define TARVO2_TARVO_LIBRARY_H_
 
@@ -31,7 +32,15 @@ inline constexpr char16_t kWindowParamsSection[] = u"WindowParams";
 
 class TARVO2_EXPORT TarvoLibrary : public Object {
  public:
-  static Ref<TarvoLibrary> Create() { return MakeRef<TarvoLibrary>(); }
+  // A library object in `services` (the default context when null). The
+  // stores it makes work in the same context.
+  explicit TarvoLibrary(std::shared_ptr<Services> services = Services::Default())
+      : services_(Services::OrDefault(std::move(services))) {}
+  static Ref<TarvoLibrary> Create(std::shared_ptr<Services> services = Services::Default()) {
+    return MakeRef<TarvoLibrary>(std::move(services));
+  }
+  // The context the object works in.
+  const std::shared_ptr<Services>& services() const { return services_; }
   static const TypeInfo& Info();
   const TypeInfo& GetTypeInfo() const override { return Info(); }
 
@@ -69,19 +78,21 @@ class TARVO2_EXPORT TarvoLibrary : public Object {
   void KivRestoreFormParams(const Ref<Object>& oTheForm);
   void KivRestoreFormParams(const Ref<Object>& oTheForm, Variant& vExtraParams);
 
-  // Sets the library-wide raise switch (write only).
+  // Sets the raise switch of the object's context (write only); for the
+  // global instance, the library-wide switch of the default context.
   void put_TarvoRaiseErrors(bool value);
 
   // The store made by the latest KivSetFormSaveParams (Nothing before).
   const Ref<TarvoStdInterface>& store() const { return store_; }
 
  private:
+  const std::shared_ptr<Services> services_;
   String vendor_;
   String store_path_;
   Ref<TarvoStdInterface> store_;
 };
 
-// The global instance.
+// The global instance, in the default context.
 TARVO2_EXPORT Ref<TarvoLibrary> GetTarvoLibrary();
 
 }  // namespace tarvo2

@@ -1,9 +1,9 @@
 #include "tarvo2/codec.h"
 
+#include "frame/counters.h"
 #include "tarvo2/codepage.h"
 #include "tarvo2/convert.h"
 #include "tarvo2/error.h"
-#include "tarvo2/file_system.h"
 
 namespace tarvo2 {
 namespace {
@@ -174,10 +174,10 @@ std::int32_t PreInc(std::int32_t& n) {
   });
 }
 
-bool PathExists(StringView path) {
+bool PathExists(const Services& services, StringView path) {
   return Guard(u"PathExists", [&] {
     if (path.empty()) return false;
-    return GetFileSystem()->PathExists(ToUtf8(path));
+    return services.file_system()->PathExists(ToUtf8(path));
   });
 }
 

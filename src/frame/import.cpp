@@ -1,7 +1,5 @@
 #include "tarvo2/import.h"
 
-#include <atomic>
-
 #include "tarvo2/codec.h"
 #include "tarvo2/convert.h"
 #include "tarvo2/dispatch.h"
@@ -50,17 +48,17 @@ String LastComponent(const Variant& key_name) {
 // The source's version must be a text with exactly one full stop, and at
 // least 2.0. On failure the importer ends; with the raise switch on, the
 // library error it raises is discarded like any other.
-bool VersionAccepted(const Variant& source) {
+bool VersionAccepted(const Services& services, const Variant& source) {
   bool accepted = false;
   Step([&] {
     Variant v = Call(source, u"Version", {false});
     if (!IsDouble(v)) {
-      RaiseLibraryError(ErrIncompatibleVersion);
+      RaiseLibraryError(services, ErrIncompatibleVersion);
       return;
     }
     v = Call(source, u"Version", {false});
     if (ToDouble(v) < ToDouble(Variant(u"2.0"))) {
-      RaiseLibraryError(ErrIncompatibleVersion);
+      RaiseLibraryError(services, ErrIncompatibleVersion);
       return;
     }
     accepted = true;
@@ -122,17 +120,17 @@ void EachSourcePage(const Variant& src, F&& on_page) {
   Step([&] { Let(src, u"Page", remembered); });
 }
 
-void CheckMultiPage(const Variant& self) {
+void CheckMultiPage(const Services& services, const Variant& self) {
   Step([&] {
-    if (!ToBool(Get(self, u"MultiPage"))) RaiseLibraryError(ErrSinglePageMode);
+    if (!ToBool(Get(self, u"MultiPage"))) RaiseLibraryError(services, ErrSinglePageMode);
   });
 }
 
 // ----- into a storage string -----------------------------------------------
 
-void StorageStringFromStorageString(const Variant& self, const Variant& src) {
-  CheckMultiPage(self);
-  if (!VersionAccepted(src)) return;
+void StorageStringFromStorageString(const Services& services, const Variant& self, const Variant& src) {
+  CheckMultiPage(services, self);
+  if (!VersionAccepted(services, src)) return;
   Step([&] { Call(self, u"DeletePage", {true}); });
   Step([&] { Call(self, u"Clear", {true}); });
   Variant value;
@@ -143,9 +141,9 @@ void StorageStringFromStorageString(const Variant& self, const Variant& src) {
   });
 }
 
-void StorageStringFromRegistryKey(const Variant& self, const Variant& src) {
-  CheckMultiPage(self);
-  if (!VersionAccepted(src)) return;
+void StorageStringFromRegistryKey(const Services& services, const Variant& self, const Variant& src) {
+  CheckMultiPage(services, self);
+  if (!VersionAccepted(services, src)) return;
   Step([&] { Call(self, u"DeletePage", {true}); });
   Step([&] { Call(self, u"Clear", {true}); });
   Variant value;
@@ -158,9 +156,9 @@ void StorageStringFromRegistryKey(const Variant& self, const Variant& src) {
   Step([&] { Let(self, u"Page", 1); });
 }
 
-void StorageStringFromIniFile(const Variant& self, const Variant& src) {
-  CheckMultiPage(self);
-  if (!VersionAccepted(src)) return;
+void StorageStringFromIniFile(const Services& services, const Variant& self, const Variant& src) {
+  CheckMultiPage(services, self);
+  if (!VersionAccepted(services, src)) return;
   Step([&] { Call(self, u"Clear", {true}); });
   Step([&] { Call(self, u"DeletePage", {true}); });
   Variant sections, value;
@@ -179,8 +177,8 @@ void StorageStringFromIniFile(const Variant& self, const Variant& src) {
 
 // ----- into a registry key ---------------------------------------------------
 
-void RegistryKeyFromStorageString(const Variant& self, const Variant& src) {
-  if (VersionAccepted(src)) {
+void RegistryKeyFromStorageString(const Services& services, const Variant& self, const Variant& src) {
+  if (VersionAccepted(services, src)) {
     Variant value;
     EachSourcePage(src, [&](std::int32_t i) {
       if (i > 1) Step([&] { LetSection(self, Get(src, u"PageName")); });
@@ -190,14 +188,14 @@ void RegistryKeyFromStorageString(const Variant& self, const Variant& src) {
   Step([&] { LetSection(self, u""); });
 }
 
-void RegistryKeyFromRegistryKey(const Variant& self, const Variant& src) {
-  if (!VersionAccepted(src)) return;
+void RegistryKeyFromRegistryKey(const Services& services, const Variant& self, const Variant& src) {
+  if (!VersionAccepted(services, src)) return;
   Variant value;
   CopyFields(src, u"GetValueNames", self, value, nullptr);
 }
 
-void RegistryKeyFromIniFile(const Variant& self, const Variant& src) {
-  if (VersionAccepted(src)) {
+void RegistryKeyFromIniFile(const Services& services, const Variant& self, const Variant& src) {
+  if (VersionAccepted(services, src)) {
     Variant sections, value;
     const Variant empty(u"");
     Step([&] { sections = Call(src, u"GetSectionNames"); });
@@ -215,8 +213,8 @@ void RegistryKeyFromIniFile(const Variant& self, const Variant& src) {
 
 // ----- into an INI file --------------------------------------------------------
 
-void IniFileFromStorageString(const Variant& self, const Variant& src) {
-  if (!VersionAccepted(src)) return;
+void IniFileFromStorageString(const Services& services, const Variant& self, const Variant& src) {
+  if (!VersionAccepted(services, src)) return;
   Variant value;
   EachSourcePage(src, [&](std::int32_t) {
     Step([&] { LetSection(self, Get(src, u"PageName")); });
@@ -224,8 +222,8 @@ void IniFileFromStorageString(const Variant& self, const Variant& src) {
   });
 }
 
-void IniFileFromRegistryKey(const Variant& self, const Variant& src) {
-  if (!VersionAccepted(src)) return;
+void IniFileFromRegistryKey(const Services& services, const Variant& self, const Variant& src) {
+  if (!VersionAccepted(services, src)) return;
   Variant value;
   Step([&] { LetSection(self, LastComponent(Get(src, u"KeyName"))); });
   CopyFields(src, u"GetValueNames", self, value, nullptr);
@@ -235,8 +233,8 @@ void IniFileFromRegistryKey(const Variant& self, const Variant& src) {
   });
 }
 
-void IniFileFromIniFile(const Variant& self, const Variant& src) {
-  if (!VersionAccepted(src)) return;
+void IniFileFromIniFile(const Services& services, const Variant& self, const Variant& src) {
+  if (!VersionAccepted(services, src)) return;
   Variant sections, value;
   const Variant empty(u"");
   Step([&] { sections = Call(src, u"GetSectionNames"); });
@@ -248,7 +246,7 @@ void IniFileFromIniFile(const Variant& self, const Variant& src) {
   });
 }
 
-using Importer = void (*)(const Variant& self, const Variant& src);
+using Importer = void (*)(const Services& services, const Variant& self, const Variant& src);
 
 struct Route {
   const char16_t* target;
@@ -270,18 +268,13 @@ constexpr Route kRoutes[] = {
 
 }  // namespace
 
-std::atomic<ImportHook> g_import_hook{&ImportStore};
-
-void SetImportHook(ImportHook hook) { g_import_hook.store(hook); }
-ImportHook GetImportHook() { return g_import_hook.load(); }
-
-bool ImportIfStore(Object& target, const Variant& value) {
+bool ImportIfStore(const Services& services, Object& target, const Variant& value) {
   if (!IsImportSource(value)) return false;
   Ref<Object> keep(&target);  // the import may drop the caller's other references
   // A view of a store under another interface goes to the hook as the store.
   const Ref<Object>& object = value.AsObject();
   Ref<Object> source = object->QueryInterface(object->ClassName());
-  if (ImportHook hook = GetImportHook()) hook(target, source ? source : object);
+  if (ImportHook hook = services.import_hook()) hook(services, target, source ? source : object);
   return true;
 }
 
@@ -291,7 +284,7 @@ bool IsImportSource(const Variant& v) {
   return name == kStorageString || name == kRegistryKey || name == kIniFile;
 }
 
-void ImportStore(Object& target, const Ref<Object>& source) noexcept {
+void ImportStore(const Services& services, Object& target, const Ref<Object>& source) noexcept {
   ResumeNext([&] {
     Variant self{Ref<Object>(&target)};
     String target_class = target.ClassName();
@@ -301,7 +294,7 @@ void ImportStore(Object& target, const Ref<Object>& source) noexcept {
     Variant src(real ? real : source);
     for (const Route& r : kRoutes)
       if (target_class == r.target && source_class == r.source) {
-        r.import(self, src);
+        r.import(services, self, src);
         return;
       }
   });

@@ -1,8 +1,6 @@
 #include "tarvo2/library_errors.h"
 
 #include <array>
-#include <atomic>
-#include <mutex>
 
 namespace tarvo2 {
 namespace {
@@ -36,11 +34,6 @@ constexpr std::array<const char16_t*, 26> kMessages = {
     u"Object has been invalidated",
 };
 
-std::atomic<bool> g_raise{false};
-std::once_flag g_started;
-
-void EnsureStarted() { std::call_once(g_started, [] { g_raise.store(true, std::memory_order_relaxed); }); }
-
 }  // namespace
 
 String LibraryErrorMessage(std::int32_t number) {
@@ -49,8 +42,9 @@ String LibraryErrorMessage(std::int32_t number) {
   return kMessages[static_cast<std::size_t>(index)];
 }
 
-void RaiseLibraryError(std::int32_t number, StringView source, std::int32_t fallback) {
-  if (!RaiseErrorsEnabled()) return;
+void RaiseLibraryError(const Services& services, std::int32_t number, StringView source,
+                       std::int32_t fallback) {
+  if (!services.raise_errors()) return;
   String message = LibraryErrorMessage(number);
   if (!message.empty()) {
     throw Error(number, source.empty() ? String(kLibraryName) : String(source), std::move(message));
@@ -59,25 +53,16 @@ void RaiseLibraryError(std::int32_t number, StringView source, std::int32_t fall
   RaiseRuntimeError(fallback == 0 ? err::kInvalidProcedureCall : fallback);
 }
 
-void RaiseLibraryError(LibraryErrorCode code) { RaiseLibraryError(LibraryErrorNumber(code), u"", 0); }
-
-void SetRaiseErrors(bool raise) {
-  Guard(u"SetRaiseErrors", [&] {
-    EnsureStarted();
-    g_raise.store(raise, std::memory_order_relaxed);
-  });
+void RaiseLibraryError(const Services& services, LibraryErrorCode code) {
+  RaiseLibraryError(services, LibraryErrorNumber(code), u"", 0);
 }
 
-bool RaiseErrorsEnabled() {
-  EnsureStarted();
-  return g_raise.load(std::memory_order_relaxed);
+void SetRaiseErrors(Services& services, bool raise) {
+  Guard(u"SetRaiseErrors", [&] { services.set_raise_errors(raise); });
 }
 
-void Main() {
-  Guard(u"Main", [] {
-    EnsureStarted();
-    g_raise.store(true, std::memory_order_relaxed);
-  });
-}
+void SetRaiseErrors(bool raise) { SetRaiseErrors(*Services::Default(), raise); }
+
+bool RaiseErrorsEnabled() { return Services::Default()->raise_errors(); }
 
 }  // namespace tarvo2

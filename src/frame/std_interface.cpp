@@ -2,7 +2,6 @@
 
 #include <string>
 
-#include "tarvo2/message_box.h"
 
 namespace tarvo2 {
 namespace {
@@ -25,11 +24,11 @@ String VersionReportText(StringView class_name) {
   return text;
 }
 
-String VersionReport(StringView class_name, bool show) {
+String VersionReport(const Services& services, StringView class_name, bool show) {
   String text = VersionReportText(class_name);
   if (show) {
     String title = String(kLibraryFileName) + u" - Version Information";
-    GetMessageBoxService()->Show(text, title, kMbOk | kMbIconInformation);
+    services.message_box()->Show(text, title, kMbOk | kMbIconInformation);
   }
   return kInternalVersion;
 }
@@ -60,7 +59,7 @@ Variant TarvoStdInterface::GetValue(const String&, const String&) { return Varia
 
 Variant TarvoStdInterface::Version(bool bShow) {
   return Guard(u"TarvoStdInterface.Version (Get)",
-               [&] { return Variant(VersionReport(u"TarvoStdInterface", bShow)); });
+               [&] { return Variant(VersionReport(*services_, u"TarvoStdInterface", bShow)); });
 }
 
 }  // namespace tarvo2

@@ -14,9 +14,9 @@ constexpr uint32_t kBufferSize = 1024;
 
 // One request with a fresh buffer of kBufferSize bytes; what the store cut
 // to fit stays cut. `section`, `key` and `def` may be null (absent).
-String Read(const char* section, const char* key, const char* def,
+String Read(const Services& services, const char* section, const char* key, const char* def,
             const String& path, uint32_t* store_error) {
-  std::shared_ptr<ProfileStore> store = GetProfileStore();
+  std::shared_ptr<ProfileStore> store = services.profile_store();
   char buffer[kBufferSize] = {};
   uint32_t n = store->GetPrivateProfileString(section, key, def, buffer, kBufferSize, ToUtf8(path));
   if (store_error) *store_error = store->LastError();
@@ -25,9 +25,9 @@ String Read(const char* section, const char* key, const char* def,
   return FromAnsi(std::string_view(buffer, n < kBufferSize ? n : kBufferSize));
 }
 
-void Write(const char* section, const char* key, const char* value,
+void Write(const Services& services, const char* section, const char* key, const char* value,
            const String& path, uint32_t* store_error) {
-  std::shared_ptr<ProfileStore> store = GetProfileStore();
+  std::shared_ptr<ProfileStore> store = services.profile_store();
   store->WritePrivateProfileString(section, key, value, ToUtf8(path));
   if (store_error) *store_error = store->LastError();
 }
@@ -50,52 +50,52 @@ void RefusedWrite(uint32_t* store_error) {
 
 }  // namespace
 
-String INIGetSections(const String& path, uint32_t* store_error) {
+String INIGetSections(const Services& services, const String& path, uint32_t* store_error) {
   return Guard(u"KivINIFileHandler.INIGetSections",
-               [&] { return Read(nullptr, nullptr, "", path, store_error); });
+               [&] { return Read(services, nullptr, nullptr, "", path, store_error); });
 }
 
-String INIGetFields(const String& path, const String& section, uint32_t* store_error) {
+String INIGetFields(const Services& services, const String& path, const String& section, uint32_t* store_error) {
   return Guard(u"KivINIFileHandler.INIGetFields", [&] {
     std::string s = ToAnsi(section);
     if (HasNul(s)) return Refused("", store_error);
-    return Read(s.c_str(), nullptr, "", path, store_error);
+    return Read(services, s.c_str(), nullptr, "", path, store_error);
   });
 }
 
-String INIGetValue(const String& path, const String& section, const String& key,
+String INIGetValue(const Services& services, const String& path, const String& section, const String& key,
                    const String& def, uint32_t* store_error) {
   return Guard(u"KivINIFileHandler.INIGetValue", [&] {
     std::string s = ToAnsi(section), k = ToAnsi(key), d = ToAnsi(def);
     if (HasNul(d)) d.resize(d.find('\0'));  // only a default: cut it as C would
     if (HasNul(s) || HasNul(k)) return Refused(d, store_error);
-    return Read(s.c_str(), k.c_str(), d.c_str(), path, store_error);
+    return Read(services, s.c_str(), k.c_str(), d.c_str(), path, store_error);
   });
 }
 
-void INISetValue(const String& path, const String& section, const String& key,
+void INISetValue(const Services& services, const String& path, const String& section, const String& key,
                  const String& value, uint32_t* store_error) {
   Guard(u"KivINIFileHandler.INISetValue", [&] {
     std::string s = ToAnsi(section), k = ToAnsi(key), v = ToAnsi(value);
     if (HasNul(s) || HasNul(k) || HasNul(v)) return RefusedWrite(store_error);
-    Write(s.c_str(), k.c_str(), v.c_str(), path, store_error);
+    Write(services, s.c_str(), k.c_str(), v.c_str(), path, store_error);
   });
 }
 
-void INIDeleteValue(const String& path, const String& section, const String& key,
+void INIDeleteValue(const Services& services, const String& path, const String& section, const String& key,
                     uint32_t* store_error) {
   Guard(u"KivINIFileHandler.INIDeleteValue", [&] {
     std::string s = ToAnsi(section), k = ToAnsi(key);
     if (HasNul(s) || HasNul(k)) return RefusedWrite(store_error);
-    Write(s.c_str(), k.c_str(), nullptr, path, store_error);
+    Write(services, s.c_str(), k.c_str(), nullptr, path, store_error);
   });
 }
 
-void INIDeleteSection(const String& path, const String& section, uint32_t* store_error) {
+void INIDeleteSection(const Services& services, const String& path, const String& section, uint32_t* store_error) {
   Guard(u"KivINIFileHandler.INIDeleteSection", [&] {
     std::string s = ToAnsi(section);
     if (HasNul(s)) return RefusedWrite(store_error);
-    Write(s.c_str(), nullptr, nullptr, path, store_error);
+    Write(services, s.c_str(), nullptr, nullptr, path, store_error);
   });
 }
 

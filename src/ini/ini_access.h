@@ -1,6 +1,6 @@
 // The INI access layer: the six procedures through which KivINIFileHandler
 // reaches the contents of an INI file. Each makes one request of the
-// process-wide profile store (GetProfileStore()) and hands back raw text;
+// profile store of `services` (the object's context) and hands back raw text;
 // none validates or converts values.
 //
 // Conversions at the store boundary: section names, key names, values and
@@ -43,32 +43,33 @@
 #include <vector>
 
 #include "tarvo2/object.h"
+#include "tarvo2/services.h"
 
 namespace tarvo2::ini {
 
 // The name list of all sections of `path`: each name followed by a NUL
 // ("A", NUL, "BC", NUL); the empty string when there are none.
-String INIGetSections(const String& path, uint32_t* store_error = nullptr);
+String INIGetSections(const Services& services, const String& path, uint32_t* store_error = nullptr);
 
 // The name list of the keys of `section` (same form).
-String INIGetFields(const String& path, const String& section,
+String INIGetFields(const Services& services, const String& path, const String& section,
                     uint32_t* store_error = nullptr);
 
 // The value of `key` in `section`, or `def` (without its trailing spaces,
 // as the store gives it) when the key, the section or the file is missing.
-String INIGetValue(const String& path, const String& section, const String& key,
+String INIGetValue(const Services& services, const String& path, const String& section, const String& key,
                    const String& def, uint32_t* store_error = nullptr);
 
 // Creates or replaces the key, creating the section and the file as needed.
-void INISetValue(const String& path, const String& section, const String& key,
+void INISetValue(const Services& services, const String& path, const String& section, const String& key,
                  const String& value, uint32_t* store_error = nullptr);
 
 // Removes the key; the section's header stays.
-void INIDeleteValue(const String& path, const String& section, const String& key,
+void INIDeleteValue(const Services& services, const String& path, const String& section, const String& key,
                     uint32_t* store_error = nullptr);
 
 // Removes the section's header and its keys.
-void INIDeleteSection(const String& path, const String& section,
+void INIDeleteSection(const Services& services, const String& path, const String& section,
                       uint32_t* store_error = nullptr);
 
 // Decodes a name list into its names, in order: none when the list is

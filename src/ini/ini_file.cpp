@@ -1,13 +1,11 @@
 #include "tarvo2/ini_file.h"
 
-#include <atomic>
 
 #include "ini/ini_access.h"
 #include "tarvo2/codec.h"
 #include "tarvo2/codepage.h"
 #include "tarvo2/convert.h"
 #include "tarvo2/file_system.h"
-#include "tarvo2/host_module.h"
 #include "tarvo2/import.h"
 #include "tarvo2/library_errors.h"
 #include "tarvo2/profile_store.h"
@@ -21,15 +19,6 @@ constexpr char16_t kDefaultSection[] = u"DEFAULT";
 constexpr char16_t kMarkerPrefix[] = u"KivDefaultReturn_";
 constexpr char16_t kTab[] = u"\t";
 
-
-// The folder of the host executable, with its trailing '/'.
-String HostFolderOf(const std::string& module_path) {
-  String path = FromUtf8(module_path);
-  size_t nul = path.find(u'\0');
-  if (nul != String::npos) path.resize(nul);
-  size_t slash = path.rfind(u'/');
-  return slash == String::npos ? String() : path.substr(0, slash + 1);
-}
 
 // The text of `path` up to and including its last '/', and the rest.
 void SplitFolder(const String& path, String* folder, String* file) {
@@ -46,10 +35,11 @@ void SplitFolder(const String& path, String* folder, String* file) {
 }  // namespace
 
 
-KivINIFileHandler::KivINIFileHandler() {
+KivINIFileHandler::KivINIFileHandler(std::shared_ptr<Services> services)
+    : services_(Services::OrDefault(std::move(services))) {
   Guard(u"KivINIFileHandler.Class_Initialize", [&] {
     section_ = kDefaultSection;
-    host_folder_ = HostFolderOf(GetHostModulePath());
+    host_folder_ = services_->host_module()->folder;
   });
 }
 
@@ -111,7 +101,7 @@ String KivINIFileHandler::get_Path() {
 void KivINIFileHandler::put_Section(const String& sSection) {
   Guard(u"KivINIFileHandler.Section (Let)", [&] {
     String section = Trim(sSection);
-    if (section.find_first_of(u"[]") != String::npos) RaiseLibraryError(ErrIllegalCharacters);
+    if (section.find_first_of(u"[]") != String::npos) RaiseLibraryError(*services_, ErrIllegalCharacters);
     section_ = section.empty() ? String(kDefaultSection) : std::move(section);
   });
 }
@@ -129,7 +119,7 @@ Variant KivINIFileHandler::get_Value() {
 
 void KivINIFileHandler::put_Value(const Variant& vValue) {
   Guard(u"KivINIFileHandler.Import (Let)", [&] {
-    if (ImportIfStore(*this, vValue)) return;
+    if (ImportIfStore(*services_, *this, vValue)) return;
     SetValue(last_field_name_, vValue, last_delimiter_);
   });
 }
@@ -138,10 +128,10 @@ bool KivINIFileHandler::SetValue(const String& sFieldName, const Variant& vValue
                                  const String& sArrayDelim) {
   return Guard(u"KivINIFileHandler.SetValue", [&] {
     String name = Trim(sFieldName);
-    if (name.empty()) RaiseLibraryError(ErrZeroLengthFieldName);
+    if (name.empty()) RaiseLibraryError(*services_, ErrZeroLengthFieldName);
     String delimiter = sArrayDelim;
     String text = ToString(PrepForSet(vValue, delimiter));
-    ini::INISetValue(path_, section_, name, text, &last_profile_error_);
+    ini::INISetValue(*services_, path_, section_, name, text, &last_profile_error_);
     last_field_name_ = std::move(name);
     last_delimiter_ = sArrayDelim;
     return false;
@@ -153,10 +143,10 @@ Variant KivINIFileHandler::GetValue(const String& sFieldName, const String& sArr
                                     const Variant& vDefaultReturn) {
   return Guard(u"KivINIFileHandler.GetValue", [&] {
     // A fresh marker for every call: the value that a missing key yields.
-    std::shared_ptr<RandomService> random = GetRandomService();
+    std::shared_ptr<RandomService> random = services_->random();
     random->Randomize();
     String marker = kMarkerPrefix + ToString(Variant(random->NextSingle()));
-    String raw = ini::INIGetValue(path_, section_, sFieldName, marker, &last_profile_error_);
+    String raw = ini::INIGetValue(*services_, path_, section_, sFieldName, marker, &last_profile_error_);
     Variant result;
     if (raw == marker) {
       result = vDefaultReturn.IsMissing() ? Variant(String()) : vDefaultReturn;
@@ -176,14 +166,14 @@ Variant KivINIFileHandler::GetValue(const String& sFieldName, const String& sArr
 SafeArray KivINIFileHandler::GetSectionNames() {
   return Guard(u"KivINIFileHandler.GetSectionNames", [&] {
     return SafeArray::OfStrings(
-        ini::DecodeNameList(ini::INIGetSections(path_, &last_profile_error_)));
+        ini::DecodeNameList(ini::INIGetSections(*services_, path_, &last_profile_error_)));
   });
 }
 
 SafeArray KivINIFileHandler::GetFieldNames() {
   return Guard(u"KivINIFileHandler.GetFieldNames", [&] {
     return SafeArray::OfStrings(
-        ini::DecodeNameList(ini::INIGetFields(path_, section_, &last_profile_error_)));
+        ini::DecodeNameList(ini::INIGetFields(*services_, path_, section_, &last_profile_error_)));
   });
 }
 
@@ -197,18 +187,18 @@ void KivINIFileHandler::DeleteFile() {
   ResumeNext([&] { file = ResolveProfilePath(ToUtf8(path_)); });
   // The codec's PathExists on the native path, without a round trip
   // through 16-bit text.
-  ResumeNext([&] { exists = !file.empty() && GetFileSystem()->PathExists(file); });
+  ResumeNext([&] { exists = !file.empty() && services_->file_system()->PathExists(file); });
   if (!exists) return;
   // A read-only file is kept, as the profile store refuses to write it.
   FileInfo info;
-  ResumeNext([&] { (void)GetFileSystem()->GetFileInfo(file, &info); });
+  ResumeNext([&] { (void)services_->file_system()->GetFileInfo(file, &info); });
   if (info.exists && !info.is_directory && info.writable)
-    ResumeNext([&] { (void)GetFileSystem()->DeleteFile(file); });
+    ResumeNext([&] { (void)services_->file_system()->DeleteFile(file); });
 }
 
 void KivINIFileHandler::DeleteSection() {
   Guard(u"KivINIFileHandler.DeleteSection", [&] {
-    ini::INIDeleteSection(path_, section_, &last_profile_error_);
+    ini::INIDeleteSection(*services_, path_, section_, &last_profile_error_);
     put_Section(String());
     last_field_name_.clear();
     last_delimiter_ = kTab;
@@ -217,7 +207,7 @@ void KivINIFileHandler::DeleteSection() {
 
 void KivINIFileHandler::DeleteField(const String& sFieldName) {
   Guard(u"KivINIFileHandler.DeleteField", [&] {
-    ini::INIDeleteValue(path_, section_, sFieldName, &last_profile_error_);
+    ini::INIDeleteValue(*services_, path_, section_, sFieldName, &last_profile_error_);
     if (ToUpper(last_field_name_) == ToUpper(sFieldName)) {
       last_field_name_.clear();
       last_delimiter_ = kTab;
@@ -226,7 +216,7 @@ void KivINIFileHandler::DeleteField(const String& sFieldName) {
 }
 
 String KivINIFileHandler::Version(bool bShow) {
-  return Guard(u"KivINIFileHandler.Version", [&] { return VersionReport(kClassName, bShow); });
+  return Guard(u"KivINIFileHandler.Version", [&] { return VersionReport(*services_, kClassName, bShow); });
 }
 
 // ---------------------------------------------------------------------------
@@ -240,9 +230,9 @@ void KivINIFileHandler::TarvoStdInterface_put_Path(const String& sPath) {
     String folder, file;
     SplitFolder(p, &folder, &file);
     if (p.front() == u'/') {
-      if (!PathExists(folder)) p = host_folder_ + file;
+      if (!PathExists(*services_, folder)) p = host_folder_ + file;
     } else {
-      p = PathExists(host_folder_ + folder) ? host_folder_ + p : host_folder_ + file;
+      p = PathExists(*services_, host_folder_ + folder) ? host_folder_ + p : host_folder_ + file;
     }
     put_Path(p);
   });

@@ -1,36 +1,12 @@
 #include "tarvo2/tarvo_library.h"
 
-#include "tarvo2/codepage.h"
-#include "tarvo2/host_module.h"
 #include "tarvo2/library_errors.h"
-#include "tarvo2/screen.h"
 #include "tarvo2/tarvo2.h"
 
 namespace tarvo2 {
 namespace {
 
 constexpr char16_t kTab[] = u"\t";
-
-// The host's folder (with its final "/") and name (without extension),
-// from the executable's path as a 260-character buffer would hold it.
-struct HostName {
-  String folder;
-  String name;
-};
-
-HostName GetHostName() {
-  String path = FromUtf8(GetHostModulePath());
-  if (path.size() > 259) path.resize(259);
-  std::size_t nul = path.find(u'\0');
-  if (nul != String::npos) path.resize(nul);
-  HostName h;
-  std::size_t slash = path.rfind(u'/');
-  h.folder = slash == String::npos ? String() : path.substr(0, slash + 1);
-  String file = slash == String::npos ? path : path.substr(slash + 1);
-  std::size_t dot = file.rfind(u'.');
-  h.name = dot == String::npos ? file : file.substr(0, dot);
-  return h;
-}
 
 double Prop(const Variant& obj, StringView name) { return ToDouble(GetProperty(obj, name)); }
 
@@ -65,7 +41,7 @@ const TypeInfo& TarvoLibrary::Info() {
 }
 
 Variant TarvoLibrary::Version(bool bShow) {
-  return Guard(u"TarvoLibrary.Version", [&] { return Variant(VersionReport(u"TarvoLibrary", bShow)); });
+  return Guard(u"TarvoLibrary.Version", [&] { return Variant(VersionReport(*services_, u"TarvoLibrary", bShow)); });
 }
 
 void TarvoLibrary::KivCenterForm(Variant& oFormToCentred) {
@@ -83,7 +59,7 @@ void TarvoLibrary::KivCenterForm(Variant& oFormToCentred, Variant& oCentreWithin
       height = Prop(oCentreWithinForm, u"Height");
       width = Prop(oCentreWithinForm, u"Width");
     } else {
-      auto screen = GetScreenService();
+      auto screen = services_->screen();
       height = screen->Height();
       width = screen->Width();
     }
@@ -95,28 +71,28 @@ void TarvoLibrary::KivCenterForm(Variant& oFormToCentred, Variant& oCentreWithin
 Ref<TarvoStdInterface> TarvoLibrary::KivSetFormSaveParams(StorageTypeEnum eStorageTypeEnum,
                                                            const String& sSoftwareVendor) {
   return Guard(u"KivSetFormSaveParams", [&]() -> Ref<TarvoStdInterface> {
-    HostName host = GetHostName();
+    std::shared_ptr<const HostModule> host = services_->host_module();
     if (!sSoftwareVendor.empty()) vendor_ = sSoftwareVendor;
     store_.reset();
     if (vendor_.empty()) return nullptr;
     String class_name;
     switch (eStorageTypeEnum) {
       case tarvo_INIFile:
-        store_path_ = host.folder + host.name + u".ini";
+        store_path_ = host->folder + host->name + u".ini";
         class_name = u"KivINIFileHandler";
         break;
       case tarvo_Registry:
-        store_path_ = u"Software\\" + vendor_ + u"\\" + host.name;
+        store_path_ = u"Software\\" + vendor_ + u"\\" + host->name;
         class_name = u"KivRegistryKey";
         break;
       case tarvo_StorageString:
-        store_path_ = host.name;
+        store_path_ = host->name;
         class_name = u"KivStorageString";
         break;
       default:
         return nullptr;
     }
-    Ref<Object> obj = CreateObject(u"Tarvo2." + class_name);
+    Ref<Object> obj = CreateObject(u"Tarvo2." + class_name, services_);
     Ref<TarvoStdInterface> store = RefCast<TarvoStdInterface>(obj->QueryInterface(u"TarvoStdInterface"));
     if (!store) RaiseRuntimeError(err::kNotSupported);
     store_ = store;
@@ -169,7 +145,7 @@ void TarvoLibrary::KivRestoreFormParams(const Ref<Object>& oTheForm, Variant& vE
 }
 
 void TarvoLibrary::put_TarvoRaiseErrors(bool value) {
-  Guard(u"TarvoLibrary.RaiseKivErrors (Let)", [&] { SetRaiseErrors(value); });
+  Guard(u"TarvoLibrary.RaiseKivErrors (Let)", [&] { SetRaiseErrors(*services_, value); });
 }
 
 Ref<TarvoLibrary> GetTarvoLibrary() {

@@ -1,6 +1,6 @@
 // The parts of the file system seam shared by every implementation: status
 // and errno translation, atomic replacement and path matching built on the
-// virtual primitives, fault injection, and the process-wide instance.
+// virtual primitives.
 #include "tarvo2/file_system.h"
 
 #include <signal.h>
@@ -258,79 +258,6 @@ FileStatus FileSystem::ReplaceFileAtomically(const std::string& path,
     return s;
   }
   return FileStatus::OK();
-}
-
-void FaultInjectingFileSystem::FailNth(Op op, int n, int err) {
-  std::lock_guard<std::mutex> l(mu_);
-  faults_[static_cast<int>(op)] = Fault{n > 0 ? n : 0, err};
-}
-
-void FaultInjectingFileSystem::Clear() {
-  std::lock_guard<std::mutex> l(mu_);
-  for (Fault& f : faults_) f = Fault{};
-}
-
-bool FaultInjectingFileSystem::Trip(Op op, int* err) {
-  std::lock_guard<std::mutex> l(mu_);
-  Fault& f = faults_[static_cast<int>(op)];
-  if (f.remaining == 0) return false;
-  if (--f.remaining != 0) return false;
-  *err = f.err;
-  return true;
-}
-
-FileStatus FaultInjectingFileSystem::WriteFile(const std::string& p,
-                                               std::string_view d, bool sync) {
-  int err;
-  if (Trip(Op::kWrite, &err)) return PosixError(p, err);
-  return FileSystemWrapper::WriteFile(p, d, sync);
-}
-
-FileStatus FaultInjectingFileSystem::AppendFile(const std::string& p,
-                                                std::string_view d) {
-  int err;
-  if (Trip(Op::kAppend, &err)) return PosixError(p, err);
-  return FileSystemWrapper::AppendFile(p, d);
-}
-
-FileStatus FaultInjectingFileSystem::RenameFile(const std::string& f,
-                                                const std::string& t) {
-  int err;
-  if (Trip(Op::kRename, &err)) return PosixError(t, err);
-  return FileSystemWrapper::RenameFile(f, t);
-}
-
-FileStatus FaultInjectingFileSystem::DeleteFile(const std::string& p) {
-  int err;
-  if (Trip(Op::kDelete, &err)) return PosixError(p, err);
-  return FileSystemWrapper::DeleteFile(p);
-}
-
-namespace {
-
-std::mutex current_mu;
-std::shared_ptr<FileSystem>& CurrentFileSystem() {
-  static std::shared_ptr<FileSystem>* current = new std::shared_ptr<FileSystem>();
-  return *current;
-}
-
-std::shared_ptr<FileSystem> DefaultShared() {
-  // Non-owning: the default file system lives for the whole process.
-  return std::shared_ptr<FileSystem>(FileSystem::Default(), [](FileSystem*) {});
-}
-
-}  // namespace
-
-std::shared_ptr<FileSystem> GetFileSystem() {
-  std::lock_guard<std::mutex> l(current_mu);
-  std::shared_ptr<FileSystem>& current = CurrentFileSystem();
-  if (!current) current = DefaultShared();
-  return current;
-}
-
-void SetFileSystem(std::shared_ptr<FileSystem> fs) {
-  std::lock_guard<std::mutex> l(current_mu);
-  CurrentFileSystem() = fs ? std::move(fs) : DefaultShared();
 }
 
 }  // namespace tarvo2

@@ -2,18 +2,26 @@
 
 #include <unistd.h>
 
-#include <mutex>
+#include "tarvo2/codepage.h"
 
 namespace tarvo2 {
-namespace {
 
-std::mutex mu;
-std::string& Override() {
-  static auto* path = new std::string();
-  return *path;
+HostModule ParseHostModulePath(std::string path) {
+  HostModule h;
+  String text = FromUtf8(path);
+  if (text.size() > 259) text.resize(259);
+  std::size_t nul = text.find(u'\0');
+  if (nul != String::npos) text.resize(nul);
+  std::size_t slash = text.rfind(u'/');
+  h.folder = slash == String::npos ? String() : text.substr(0, slash + 1);
+  String file = slash == String::npos ? text : text.substr(slash + 1);
+  std::size_t dot = file.rfind(u'.');
+  h.name = dot == String::npos ? file : file.substr(0, dot);
+  h.path = std::move(path);
+  return h;
 }
 
-std::string ReadSelfExe() {
+std::string ReadHostModulePath() {
   // readlink() does not say whether it cut the name; grow until it fits.
   for (size_t size = 256; size <= (1u << 20); size *= 4) {
     std::string buf(size, '\0');
@@ -25,21 +33,6 @@ std::string ReadSelfExe() {
     }
   }
   return "";
-}
-
-}  // namespace
-
-std::string GetHostModulePath() {
-  {
-    std::lock_guard<std::mutex> l(mu);
-    if (!Override().empty()) return Override();
-  }
-  return ReadSelfExe();
-}
-
-void SetHostModulePath(std::string path) {
-  std::lock_guard<std::mutex> l(mu);
-  Override() = std::move(path);
 }
 
 }  // namespace tarvo2

@@ -4,7 +4,6 @@
 
 #include <cstdio>
 #include <iostream>
-#include <mutex>
 #include <string>
 
 #include "tarvo2/codepage.h"
@@ -28,23 +27,8 @@ class TerminalMessageBox : public MessageBoxService {
   }
 };
 
-std::mutex g_mu;
-std::shared_ptr<MessageBoxService>& Current() {
-  static std::shared_ptr<MessageBoxService> service;
-  return service;
-}
-
 }  // namespace
 
-std::shared_ptr<MessageBoxService> GetMessageBoxService() {
-  std::lock_guard<std::mutex> lock(g_mu);
-  if (!Current()) Current() = std::make_shared<TerminalMessageBox>();
-  return Current();
-}
-
-void SetMessageBoxService(std::shared_ptr<MessageBoxService> service) {
-  std::lock_guard<std::mutex> lock(g_mu);
-  Current() = std::move(service);
-}
+std::shared_ptr<MessageBoxService> NewTerminalMessageBox() { return std::make_shared<TerminalMessageBox>(); }
 
 }  // namespace tarvo2

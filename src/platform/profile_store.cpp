@@ -1,6 +1,5 @@
 // The default profile store: file resolution, the cache of parsed files,
-// the reading and writing rules of the Win32 profile functions, and the
-// process-wide instance.
+// and the reading and writing rules of the Win32 profile functions.
 #include "tarvo2/profile_store.h"
 
 #include <pwd.h>
@@ -100,7 +99,7 @@ uint32_t CopyList(const std::vector<std::string>& names, char* buffer,
 class DefaultProfileStore : public ProfileStore {
  public:
   explicit DefaultProfileStore(std::shared_ptr<FileSystem> fs)
-      : fixed_fs_(std::move(fs)) {}
+      : fs_(fs ? std::move(fs) : std::shared_ptr<FileSystem>(std::shared_ptr<FileSystem>(), FileSystem::Default())) {}
 
   uint32_t GetPrivateProfileString(const char* section, const char* key,
                                    const char* def, char* buffer, uint32_t size,
@@ -114,7 +113,7 @@ class DefaultProfileStore : public ProfileStore {
     std::string path = ResolveProfilePath(file);
     if (!path.empty()) {
       std::lock_guard<std::mutex> l(mu_);
-      code = Load(FileSystemForCall(), path, &text);
+      code = Load(fs_.get(), path, &text);
     }
     uint32_t n;
     if (section == nullptr) {
@@ -165,7 +164,7 @@ class DefaultProfileStore : public ProfileStore {
     bool deleting = key_in == nullptr || value == nullptr;
 
     std::lock_guard<std::mutex> l(mu_);
-    FileSystem* fs = FileSystemForCall();
+    FileSystem* fs = fs_.get();
     if (!deleting && file.find('/') == std::string::npos) {
       // The configuration folder stands in for a folder that always exists.
       uint32_t code = CreateFolders(fs, ParentOf(path));
@@ -243,17 +242,6 @@ class DefaultProfileStore : public ProfileStore {
     return kProfileOk;
   }
 
-  // The file system of this call; a change of the process-wide file system
-  // drops the cache, whose entries describe files of the old one.
-  FileSystem* FileSystemForCall() {
-    std::shared_ptr<FileSystem> fs = fixed_fs_ ? fixed_fs_ : GetFileSystem();
-    if (fs != current_fs_) {
-      cache_.clear();
-      current_fs_ = std::move(fs);
-    }
-    return current_fs_.get();
-  }
-
   // Sets *text to the current content of `path`, taken from the cache
   // while the file is unchanged. Returns kProfileOk, or the code of why
   // there is no content (*text is then null). REQUIRES: mu_ held.
@@ -317,9 +305,8 @@ class DefaultProfileStore : public ProfileStore {
     uint64_t last_use = 0;
   };
 
-  const std::shared_ptr<FileSystem> fixed_fs_;
+  const std::shared_ptr<FileSystem> fs_;
   std::mutex mu_;  // guards everything below; held for a whole call
-  std::shared_ptr<FileSystem> current_fs_;
   std::map<std::string, Entry> cache_;
   uint64_t use_clock_ = 0;
 };
@@ -333,12 +320,6 @@ std::string HomeFolder() {
       result->pw_dir != nullptr)
     return result->pw_dir;
   return ".";
-}
-
-std::mutex current_mu;
-std::shared_ptr<ProfileStore>& CurrentStore() {
-  static auto* current = new std::shared_ptr<ProfileStore>();
-  return *current;
 }
 
 }  // namespace
@@ -361,18 +342,6 @@ std::string ResolveProfilePath(const std::string& file) {
                                                         : HomeFolder() + "/.config";
   if (base.size() > 1 && base.back() == '/') base.pop_back();
   return base + "/" + file;
-}
-
-std::shared_ptr<ProfileStore> GetProfileStore() {
-  std::lock_guard<std::mutex> l(current_mu);
-  std::shared_ptr<ProfileStore>& current = CurrentStore();
-  if (!current) current = NewProfileStore();
-  return current;
-}
-
-void SetProfileStore(std::shared_ptr<ProfileStore> store) {
-  std::lock_guard<std::mutex> l(current_mu);
-  CurrentStore() = store ? std::move(store) : NewProfileStore();
 }
 
 }  // namespace tarvo2

@@ -49,12 +49,6 @@ class LcgRandomService : public RandomService {
   uint32_t calls_ = 0;
 };
 
-std::mutex current_mu;
-std::shared_ptr<RandomService>& Current() {
-  static auto* current = new std::shared_ptr<RandomService>();
-  return *current;
-}
-
 }  // namespace
 
 RandomService::~RandomService() = default;
@@ -65,18 +59,6 @@ std::shared_ptr<RandomService> NewClockRandomService() {
 
 std::shared_ptr<RandomService> NewFixedRandomService(uint32_t seed) {
   return std::make_shared<LcgRandomService>(false, seed);
-}
-
-std::shared_ptr<RandomService> GetRandomService() {
-  std::lock_guard<std::mutex> l(current_mu);
-  std::shared_ptr<RandomService>& current = Current();
-  if (!current) current = NewClockRandomService();
-  return current;
-}
-
-void SetRandomService(std::shared_ptr<RandomService> service) {
-  std::lock_guard<std::mutex> l(current_mu);
-  Current() = std::move(service);
 }
 
 }  // namespace tarvo2

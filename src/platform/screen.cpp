@@ -1,7 +1,6 @@
 #include "tarvo2/screen.h"
 
 #include <cstdlib>
-#include <mutex>
 #include <string>
 
 namespace tarvo2 {
@@ -17,7 +16,9 @@ class FixedScreen : public ScreenService {
   double w_, h_;
 };
 
-std::shared_ptr<ScreenService> MakeDefault() {
+}  // namespace
+
+std::shared_ptr<ScreenService> NewDefaultScreenService() {
   double w = 1920, h = 1080;
   if (const char* env = std::getenv("TARVO2_SCREEN")) {
     std::string s = env;
@@ -37,24 +38,8 @@ std::shared_ptr<ScreenService> MakeDefault() {
   return std::make_shared<FixedScreen>(w, h);
 }
 
-std::mutex g_mu;
-std::shared_ptr<ScreenService> g_screen;
-
-}  // namespace
-
-std::shared_ptr<ScreenService> GetScreenService() {
-  std::lock_guard<std::mutex> lock(g_mu);
-  if (!g_screen) g_screen = MakeDefault();
-  return g_screen;
-}
-
-void SetScreenService(std::shared_ptr<ScreenService> service) {
-  std::lock_guard<std::mutex> lock(g_mu);
-  g_screen = std::move(service);
-}
-
-void SetScreenSize(double width, double height) {
-  SetScreenService(std::make_shared<FixedScreen>(width, height));
+std::shared_ptr<ScreenService> NewFixedScreenService(double width, double height) {
+  return std::make_shared<FixedScreen>(width, height);
 }
 
 }  // namespace tarvo2

@@ -73,7 +73,7 @@ using registry_internal::ToStoreName;
 
 bool KivRegistryKey::CheckState() {
   if (!invalidated_) return true;
-  Guard(u"KivRegistryKey.CheckState", [] { RaiseLibraryError(ErrObjectInvalidated); });
+  Guard(u"KivRegistryKey.CheckState", [&] { RaiseLibraryError(*services_, ErrObjectInvalidated); });
   return false;
 }
 
@@ -83,13 +83,13 @@ void KivRegistryKey::put_ErrorState(std::int32_t code) {
     if (!CheckState()) return;
     error_state_ = code;
     if (std::int32_t lib = registry_internal::LibraryErrorForResult(code))
-      RaiseLibraryError(static_cast<LibraryErrorCode>(lib));
+      RaiseLibraryError(*services_, static_cast<LibraryErrorCode>(lib));
   });
 }
 
 void KivRegistryKey::CreateNewKey(RegRootKeyEnum root, const String& key_path) {
   Guard(u"KivRegistryKey.CreateNewKey", [&] {
-    ScopedKey key(GetRegistryStore());
+    ScopedKey key(services_->registry_store());
     std::string path;
     std::int32_t rc = kErrorInvalidParameter;
     if (ToStoreName(key_path, &path)) {
@@ -139,7 +139,7 @@ void KivRegistryKey::SetKeyValue(RegRootKeyEnum root, const String& key_path, co
       if (!ToStoreName(key_path, &path)) {
         rc = kErrorInvalidParameter;
       } else {
-        std::shared_ptr<RegistryStore> store = GetRegistryStore();
+        std::shared_ptr<RegistryStore> store = services_->registry_store();
         rc = SetValueEx(*store, static_cast<RegKey>(root), path, value_name, type, value);
       }
     }
@@ -203,7 +203,7 @@ Variant KivRegistryKey::QueryValue(RegRootKeyEnum root, const String& key_path, 
     std::string path;
     std::int32_t rc = kErrorInvalidParameter;
     if (ToStoreName(key_path, &path)) {
-      std::shared_ptr<RegistryStore> store = GetRegistryStore();
+      std::shared_ptr<RegistryStore> store = services_->registry_store();
       rc = QueryValueEx(*store, static_cast<RegKey>(root), path, value_name, value);
     }
     put_ErrorState(rc);

@@ -1,7 +1,6 @@
 // KivRegistryKey: identity, values, the common interface and deletion.
 #include "tarvo2/registry_key.h"
 
-#include <atomic>
 #include <vector>
 
 #include "registry/registry_access.h"
@@ -19,8 +18,6 @@ using registry_internal::ScopedKey;
 using registry_internal::ToStoreName;
 
 namespace {
-
-std::atomic<std::int64_t> g_live_keys{0};
 
 // The separators that may follow a root name in a path text, in the order
 // they are tried.
@@ -84,14 +81,12 @@ String RootKeyName(RegRootKeyEnum root) {
 }
 
 
-KivRegistryKey::KivRegistryKey() { g_live_keys.fetch_add(1, std::memory_order_relaxed); }
+KivRegistryKey::KivRegistryKey(std::shared_ptr<Services> services)
+    : services_(Services::OrDefault(std::move(services))) {}
 
 KivRegistryKey::~KivRegistryKey() {
   if (subkeys_) subkeys_->DetachParent(*this);
-  g_live_keys.fetch_sub(1, std::memory_order_relaxed);
 }
-
-std::int64_t KivRegistryKey::LiveInstances() { return g_live_keys.load(std::memory_order_relaxed); }
 
 const TypeInfo& KivRegistryKey::Info() {
   using K = KivRegistryKey;
@@ -191,7 +186,7 @@ Variant KivRegistryKey::get_Value() {
 void KivRegistryKey::put_Value(const Variant& vNewValue) {
   Guard(u"KivRegistryKey.Import (Let)", [&] {
     if (!CheckState()) return;
-    if (ImportIfStore(*this, vNewValue)) return;
+    if (ImportIfStore(*services_, *this, vNewValue)) return;
     String name = last_value_name_;
     String delimiter = last_delimiter_;
     SetValue(name, vNewValue, delimiter);
@@ -222,7 +217,7 @@ bool KivRegistryKey::SetValue(const String& sValueName, const Variant& vValue, c
   return Guard(u"KivRegistryKey.SetValue", [&] {
     if (!CheckState()) return true;  // nothing written
     String name = Trim(sValueName);
-    if (name.empty()) RaiseLibraryError(ErrZeroLengthFieldName);
+    if (name.empty()) RaiseLibraryError(*services_, ErrZeroLengthFieldName);
     ErrorStateClear();
     std::uint32_t type = key_name_set_ ? StoredType(vValue) : kRegNone;
     String delimiter = sArrayDelim;
@@ -264,7 +259,7 @@ Variant KivRegistryKey::DeleteValue(const String& sValueName) {
   return Guard(u"KivRegistryKey.DeleteValue", [&] {
     if (!CheckState()) return Variant();
     String value_name = sValueName;
-    ScopedKey key(GetRegistryStore());
+    ScopedKey key(services_->registry_store());
     std::string path, name;
     std::int32_t rc = kErrorInvalidParameter;
     if (ToStoreName(key_name_, &path) && ToStoreName(value_name, &name)) {
@@ -288,7 +283,7 @@ SafeArray KivRegistryKey::GetValueNames() {
     if (!CheckState()) return SafeArray::OfStrings(names);
     std::string path;
     if (!ToStoreName(key_name_, &path)) return SafeArray::OfStrings(names);
-    ScopedKey key(GetRegistryStore());
+    ScopedKey key(services_->registry_store());
     if (key.store().OpenKey(static_cast<RegKey>(root_), path.c_str(), kAccessRead, key.out()) != kErrorSuccess)
       return SafeArray::OfStrings(names);
     // Fixed buffers as the listing has always used: a longer name or more
@@ -317,7 +312,7 @@ Ref<SubKeysCollection> KivRegistryKey::get_SubKeys() {
   return Guard(u"KivRegistryKey.SubKeys (Get)", [&] {
     CheckState();
     if (!subkeys_) {
-      subkeys_ = Ref<SubKeysCollection>(new SubKeysCollection());
+      subkeys_ = Ref<SubKeysCollection>(new SubKeysCollection(services_));
       // Loads nothing when this key is invalidated.
       subkeys_->LoadSubKeys(this);
     }
@@ -360,14 +355,14 @@ void KivRegistryKey::DeleteKey(bool bRecursive) {
       for (const auto& child : *subkeys) children.push_back(child);
       for (const auto& child : children) child->DeleteKey(true);
     } else if (subkeys->get_Count() > 0) {
-      RaiseLibraryError(ErrKeyHasSubkeys);
+      RaiseLibraryError(*services_, ErrKeyHasSubkeys);
     }
     subkeys->Clear();
 
     std::string path;
     std::int32_t rc = kErrorInvalidParameter;
     if (ToStoreName(key_name_, &path)) {
-      auto store = GetRegistryStore();
+      auto store = services_->registry_store();
       rc = store->DeleteKey(static_cast<RegKey>(root_), path.c_str());
     }
     put_ErrorState(rc);
@@ -387,7 +382,7 @@ void KivRegistryKey::DeleteKey(bool bRecursive) {
 }
 
 String KivRegistryKey::Version(bool bShow) {
-  return Guard(u"KivRegistryKey.Version", [&] { return VersionReport(u"KivRegistryKey", bShow); });
+  return Guard(u"KivRegistryKey.Version", [&] { return VersionReport(*services_, u"KivRegistryKey", bShow); });
 }
 
 // ---------------------------------------------------------------------------

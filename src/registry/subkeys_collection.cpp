@@ -1,5 +1,4 @@
 // SubKeysCollection: the subkeys of one key as KivRegistryKey objects.
-#include <atomic>
 #include <cstring>
 #include <utility>
 
@@ -15,23 +14,17 @@ using registry_internal::kAccessAll;
 using registry_internal::ScopedKey;
 using registry_internal::ToStoreName;
 
-namespace {
-std::atomic<std::int64_t> g_live_collections{0};
-}  // namespace
+SubKeysCollection::SubKeysCollection(std::shared_ptr<Services> services)
+    : services_(Services::OrDefault(std::move(services))),
+      self_token_(std::make_shared<SubKeysCollection*>(this)) {}
 
-SubKeysCollection::SubKeysCollection() : self_token_(std::make_shared<SubKeysCollection*>(this)) {
-  g_live_collections.fetch_add(1, std::memory_order_relaxed);
+// The entries are released with the list; entries a client still holds see
+// their owner collection gone (the token dies with this object).
+SubKeysCollection::~SubKeysCollection() = default;
+
+Ref<SubKeysCollection> SubKeysCollection::Create(std::shared_ptr<Services> services) {
+  return Ref<SubKeysCollection>(new SubKeysCollection(std::move(services)));
 }
-
-SubKeysCollection::~SubKeysCollection() {
-  // The entries are released with the list; entries a client still holds
-  // see their owner collection gone (the token dies with this object).
-  g_live_collections.fetch_sub(1, std::memory_order_relaxed);
-}
-
-Ref<SubKeysCollection> SubKeysCollection::Create() { return Ref<SubKeysCollection>(new SubKeysCollection()); }
-
-std::int64_t SubKeysCollection::LiveInstances() { return g_live_collections.load(std::memory_order_relaxed); }
 
 const TypeInfo& SubKeysCollection::Info() {
   using C = SubKeysCollection;
@@ -102,7 +95,7 @@ void SubKeysCollection::LoadSubKeys(KivRegistryKey* parent) {
     if (!ParentLocation(&root, &key_name)) return;
     std::string path;
     if (!ToStoreName(key_name, &path)) return;
-    ScopedKey key(GetRegistryStore());
+    ScopedKey key(services_->registry_store());
     // Failures are not recorded: a key that cannot be opened lists nothing.
     key.store().OpenKey(static_cast<RegKey>(root), path.c_str(), kAccessAll, key.out());
     char name[256];
@@ -123,7 +116,7 @@ Ref<KivRegistryKey> SubKeysCollection::Add(const String& sSubKeyName) {
   RegRootKeyEnum root;
   String parent_name;
   if (!ParentLocation(&root, &parent_name)) return result;
-  Ref<KivRegistryKey> key = KivRegistryKey::Create();
+  Ref<KivRegistryKey> key = KivRegistryKey::Create(services_);
   ResumeNext([&] { key->put_RootKey(root); });
   ResumeNext([&] { key->put_KeyName(parent_name + u"\\" + name); });
   ResumeNext([&] { key->putref_OwnerCollection(this); });

@@ -79,7 +79,7 @@ BindModeEnum KivStorageString::get_BindMode() {
 void KivStorageString::put_BindMode(BindModeEnum eNewValue) {
   Guard(u"KivStorageString.BindMode (Let)", [&] {
     const std::int32_t mode = eNewValue;
-    if (protect_ && mode != tarvo_BindModeNone) RaiseLibraryError(ErrBindWhileProtected);
+    if (protect_ && mode != tarvo_BindModeNone) RaiseLibraryError(*services_, ErrBindWhileProtected);
     Ref<Object> released;  // let go of the object only once the state is consistent
     if (mode != tarvo_BindModeNone) {
       if (bind_mode_ == tarvo_BindModeNone) saved_multi_page_ = multi_page_;
@@ -106,10 +106,10 @@ void KivStorageString::putref_BoundObject(Ref<Object> oNewValue) {
     if (other == this) {
       // Mirroring a store into itself does nothing useful and would keep it
       // alive through its own reference: always refused.
-      RaiseLibraryError(ErrAlreadyBound);
+      RaiseLibraryError(*services_, ErrAlreadyBound);
       return;
     }
-    if (other && StoreBehind(other->bound_) == this) RaiseLibraryError(ErrAlreadyBound);
+    if (other && StoreBehind(other->bound_) == this) RaiseLibraryError(*services_, ErrAlreadyBound);
 
     const std::int32_t old_mode = bind_mode_;
     const bool old_multi_page = multi_page_;
@@ -136,7 +136,7 @@ bool KivStorageString::get_Protect() {
 
 void KivStorageString::put_Protect(bool bNewValue) {
   Guard(u"KivStorageString.Protect (Let)", [&] {
-    if (bind_mode_ != tarvo_BindModeNone) RaiseLibraryError(ErrProtectWhileBound);
+    if (bind_mode_ != tarvo_BindModeNone) RaiseLibraryError(*services_, ErrProtectWhileBound);
     protect_ = bNewValue;
   });
 }

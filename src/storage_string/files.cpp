@@ -18,8 +18,8 @@ void RaiseFileError(const FileStatus& status) {
 
 void KivStorageString::put_Value(const Variant& v) {
   Guard(u"KivStorageString.Value (Let)", [&] {
-    if (protect_) RaiseLibraryError(ErrDirectStringAccess);
-    if (ImportIfStore(*this, v)) {
+    if (protect_) RaiseLibraryError(*services_, ErrDirectStringAccess);
+    if (ImportIfStore(*services_, *this, v)) {
       UpdateBoundObject();
       return;
     }
@@ -33,16 +33,16 @@ Variant KivStorageString::Load(const String& sFileName, bool bAppend) {
   return Guard(u"KivStorageString.Load", [&] {
     bool load = true;
     if (protect_) {
-      RaiseLibraryError(ErrDirectStringAccess);
+      RaiseLibraryError(*services_, ErrDirectStringAccess);
       load = false;
     }
-    if (load && !PathExists(sFileName)) {
-      RaiseLibraryError(0, u"", err::kFileNotFound);
+    if (load && !PathExists(*services_, sFileName)) {
+      RaiseLibraryError(*services_, 0, u"", err::kFileNotFound);
       load = false;
     }
     if (load) {
       std::string bytes;
-      RaiseFileError(GetFileSystem()->ReadFile(ToUtf8(sFileName), &bytes));
+      RaiseFileError(services_->file_system()->ReadFile(ToUtf8(sFileName), &bytes));
       // The whole file is in memory: only now does the page change. The
       // bytes are widened straight into the page's own buffer.
       String& page = CurrentText();
@@ -66,7 +66,7 @@ Variant KivStorageString::Save(const String& sFileName, bool bAppend) {
     if (sFileName.empty()) RaiseRuntimeError(err::kBadFileNameOrNumber);
     const std::string path = ToUtf8(sFileName);
     const std::string bytes = ToAnsi(CurrentText());
-    const std::shared_ptr<FileSystem> fs = GetFileSystem();
+    const std::shared_ptr<FileSystem> fs = services_->file_system();
     // Without append the new content replaces the file in one step (a
     // temporary file renamed over it), so a failure leaves the old file.
     RaiseFileError(bAppend ? fs->AppendFile(path, bytes) : fs->ReplaceFileAtomically(path, bytes));
@@ -75,7 +75,7 @@ Variant KivStorageString::Save(const String& sFileName, bool bAppend) {
 }
 
 String KivStorageString::Version(bool bShow) {
-  return Guard(u"KivStorageString.Version", [&] { return VersionReport(u"KivStorageString", bShow); });
+  return Guard(u"KivStorageString.Version", [&] { return VersionReport(*services_, u"KivStorageString", bShow); });
 }
 
 void KivStorageString::TarvoStdInterface_put_Path(const String&) {

@@ -22,7 +22,7 @@ Variant KivStorageString::get_Page() {
 
 void KivStorageString::put_Page(const Variant& vNameOrNumber) {
   Guard(u"KivStorageString.Page (Let)", [&] {
-    if (!multi_page_) RaiseLibraryError(ErrSinglePageMode);
+    if (!multi_page_) RaiseLibraryError(*services_, ErrSinglePageMode);
     const std::int32_t count = static_cast<std::int32_t>(page_texts_.size());
     std::int32_t selected = 0;
     auto by_number = [&](std::int32_t n) {
@@ -41,7 +41,7 @@ void KivStorageString::put_Page(const Variant& vNameOrNumber) {
       }
     }
     if (selected == 0)
-      RaiseLibraryError(ErrPageNotFound);
+      RaiseLibraryError(*services_, ErrPageNotFound);
     else
       current_ = selected;
     put_Cursor(1);
@@ -57,7 +57,7 @@ void KivStorageString::put_PageName(const String& sNewValue) {
     if (!sNewValue.empty()) {
       for (const String& name : page_names_) {
         if (name == sNewValue) {
-          RaiseLibraryError(ErrPageNameExists);
+          RaiseLibraryError(*services_, ErrPageNameExists);
           return;  // no name changes, also with the raise switch off
         }
       }
@@ -87,7 +87,7 @@ void KivStorageString::put_Encrypted(bool bEncrypt) {
   Guard(u"KivStorageString.Encrypted (Let)", [&] {
     const std::size_t n = encryption_key_.size();
     if (n == 0) {
-      RaiseLibraryError(ErrEncryptionKeyNotSet);
+      RaiseLibraryError(*services_, ErrEncryptionKeyNotSet);
       return;
     }
     UpdateFromBoundObject();
@@ -130,7 +130,7 @@ void KivStorageString::Clear(bool bAll) {
 
 void KivStorageString::AddPage(const String& sPageName, bool bMakeCurrentPage) {
   Guard(u"KivStorageString.Add", [&] {
-    if (!multi_page_) RaiseLibraryError(ErrSinglePageMode);
+    if (!multi_page_) RaiseLibraryError(*services_, ErrSinglePageMode);
     const std::int32_t remembered = current_;
     page_texts_.reserve(page_texts_.size() + 1);
     page_names_.reserve(page_names_.size() + 1);
@@ -144,7 +144,7 @@ void KivStorageString::AddPage(const String& sPageName, bool bMakeCurrentPage) {
 
 void KivStorageString::DeletePage(bool bAll) {
   Guard(u"KivStorageString.DeletePage", [&] {
-    if (!multi_page_) RaiseLibraryError(ErrSinglePageMode);
+    if (!multi_page_) RaiseLibraryError(*services_, ErrSinglePageMode);
     if (bAll) {
       page_texts_.assign(1, String());
       page_names_.assign(1, String());

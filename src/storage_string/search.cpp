@@ -113,7 +113,7 @@ std::int32_t KivStorageString::Replace(const String& sSearchFor, const String& s
                                        SearchDirectionEnum eSearchDirection) {
   return Guard(u"KivStorageString.Replace", [&] {
     if (protect_) {
-      RaiseLibraryError(ErrDirectStringAccess);
+      RaiseLibraryError(*services_, ErrDirectStringAccess);
       return std::int32_t{0};
     }
     String text;

@@ -31,7 +31,8 @@ Record MakeLookForResult(String text, const std::vector<std::int32_t>& positions
 }
 
 
-KivStorageString::KivStorageString() {
+KivStorageString::KivStorageString(std::shared_ptr<Services> services)
+    : services_(Services::OrDefault(std::move(services))) {
   Guard(u"KivStorageString.Class_Initialize", [&] {
     outer_start_ = u"<\\";
     outer_end_ = u"/>";
@@ -219,7 +220,7 @@ bool KivStorageString::ValidateString(std::initializer_list<StringView> texts) {
       for (StringView tag : kFixedTags) bad = bad || Contains(text, tag);
       if (bad) {
         valid = false;
-        RaiseLibraryError(ErrIllegalCharacters);
+        RaiseLibraryError(*services_, ErrIllegalCharacters);
       }
     }
     return valid;
@@ -281,7 +282,7 @@ void KivStorageString::put_ToggleDelimiter(const String& s) {
 bool KivStorageString::SetValue(const String& sField, const Variant& vValue, const String& sDelimiter) {
   return Guard(u"KivStorageString.SetValue", [&] {
     String name = Trim(sField);
-    if (name.empty()) RaiseLibraryError(ErrZeroLengthFieldName);
+    if (name.empty()) RaiseLibraryError(*services_, ErrZeroLengthFieldName);
     String delimiter = sDelimiter;
     Variant prepared = PrepForSet(vValue, delimiter);
     String text = prepared.IsString() ? prepared.AsString() : ToString(prepared);
@@ -337,7 +338,7 @@ void KivStorageString::DeleteField(const String& sFieldName) {
     if (FieldExists(page, sFieldName))
       SSDeleteValue(page, sFieldName);
     else
-      RaiseLibraryError(ErrFieldNotFound);
+      RaiseLibraryError(*services_, ErrFieldNotFound);
     UpdateBoundObject();
   });
 }

@@ -61,14 +61,14 @@ void KivStorageString::put_LineNumber(std::int32_t nLineNumber) {
       put_Cursor(1);
       return;
     }
-    if (n < 1) RaiseLibraryError(ErrInvalidLineNumber);
+    if (n < 1) RaiseLibraryError(*services_, ErrInvalidLineNumber);
     // Only reached below 1 with the raise switch off.
     if (n < -1) RaiseRuntimeError(err::kInvalidProcedureCall);
     const String& page = CurrentText();
     const std::int64_t lines = static_cast<std::int64_t>(LineCountOf(page));
     const std::int64_t pieces = n == -1 ? lines : std::min(n, lines);
     const std::int64_t last_piece = pieces - 1;
-    if (n - 1 > last_piece) RaiseLibraryError(ErrInvalidLineNumber);
+    if (n - 1 > last_piece) RaiseLibraryError(*services_, ErrInvalidLineNumber);
     // With the switch off: no line before the target to stand after.
     if (last_piece <= 0) RaiseRuntimeError(err::kSubscriptOutOfRange);
     // The LF that ends line `last_piece` (the line before the target).
@@ -98,7 +98,7 @@ String KivStorageString::FetchLine(std::int32_t nLineNumber, bool bUseLastExtrac
         return String(source.substr(start, end == kNotFound ? StringView::npos : end - start));
       }
     }
-    RaiseLibraryError(ErrInvalidLineNumber);
+    RaiseLibraryError(*services_, ErrInvalidLineNumber);
     return String();
   });
 }
@@ -121,7 +121,7 @@ void KivStorageString::InsertText(const String& sText, std::int32_t nCursor) {
 String KivStorageString::ExtractText(const Variant& vFirstPoint, const Variant& vSecondPoint, bool bStartFromCursor) {
   return Guard(u"KivStorageString.ExtractText", [&] {
     UpdateFromBoundObject();
-    if (vFirstPoint.IsArray() || vSecondPoint.IsArray()) RaiseLibraryError(0, u"", err::kTypeMismatch);
+    if (vFirstPoint.IsArray() || vSecondPoint.IsArray()) RaiseLibraryError(*services_, 0, u"", err::kTypeMismatch);
     const String& page = CurrentText();
     const std::int64_t len = static_cast<std::int64_t>(page.size());
 
@@ -144,7 +144,7 @@ String KivStorageString::ExtractText(const Variant& vFirstPoint, const Variant& 
       e = at == 0 ? -1 : static_cast<std::int64_t>(at) - 1;
     }
 
-    if (s < 0 || s > len || e < 0 || e > len || e < s) RaiseLibraryError(ErrParameterOutOfBounds);
+    if (s < 0 || s > len || e < 0 || e > len || e < s) RaiseLibraryError(*services_, ErrParameterOutOfBounds);
     if (s == 0 || e == 0) return String();
     // Beyond this point only with the raise switch off for a bad pair.
     if (s < 1) RaiseRuntimeError(err::kInvalidProcedureCall);

@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include "tarvo2/codec.h"
-#include "tarvo2/file_system.h"
+
+#include "frame/counters.h"
+#include "tarvo2/testing/file_system.h"
 #include "test_util.h"
 
 namespace tarvo2 {
@@ -112,15 +114,16 @@ TEST(Codec, Helpers) {
 
 TEST(Codec, PathExistsAsksTheFileSystem) {
   auto mem = NewMemFileSystem();
-  SetFileSystem(mem);
+  auto services = Services::New();
+  services->set_file_system(mem);
   ASSERT_TRUE(mem->CreateDir("/data").ok());
   ASSERT_TRUE(mem->WriteFile("/data/app.ini", "x", false).ok());
-  EXPECT_TRUE(PathExists(u"/data/app.ini"));
-  EXPECT_TRUE(PathExists(u"/data"));
-  EXPECT_TRUE(PathExists(u"/data/*.ini"));
-  EXPECT_FALSE(PathExists(u"/data/*.txt"));
-  EXPECT_FALSE(PathExists(u""));
-  SetFileSystem(nullptr);
+  EXPECT_TRUE(PathExists(*services, u"/data/app.ini"));
+  EXPECT_TRUE(PathExists(*services, u"/data"));
+  EXPECT_TRUE(PathExists(*services, u"/data/*.ini"));
+  EXPECT_FALSE(PathExists(*services, u"/data/*.txt"));
+  EXPECT_FALSE(PathExists(*services, u""));
+  EXPECT_FALSE(PathExists(*Services::New(), u"/data/app.ini"));  // another context, another file system
 }
 
 }  // namespace

@@ -8,6 +8,7 @@ namespace tarvo2 {
 namespace {
 
 TEST(LibraryErrors, EveryCodeHasItsNumberAndMessage) {
+  const auto services = Services::New();
   struct Row {
     LibraryErrorCode code;
     std::int32_t number;
@@ -43,33 +44,40 @@ TEST(LibraryErrors, EveryCodeHasItsNumberAndMessage) {
   for (const auto& r : rows) {
     SCOPED_TRACE(r.code);
     EXPECT_EQ(LibraryErrorNumber(r.code), r.number);
-    EXPECT_ERROR(RaiseLibraryError(r.code), r.number, r.message, u"Tarvo2");
+    EXPECT_ERROR(RaiseLibraryError(*services, r.code), r.number, r.message, u"Tarvo2");
   }
   EXPECT_EQ(LibraryErrorMessage(LibraryErrorNumber(10027)), u"");
   EXPECT_EQ(LibraryErrorMessage(LibraryErrorNumber(10000)), u"");
 }
 
 TEST(LibraryErrors, FallbackAndExplicitSource) {
-  EXPECT_ERROR(RaiseLibraryError(0, u"", 53), 53, u"File not found", u"Tarvo2");
-  EXPECT_ERROR(RaiseLibraryError(0, u"", 13), 13, u"Type mismatch", u"Tarvo2");
-  EXPECT_ERROR(RaiseLibraryError(LibraryErrorNumber(ErrBadKey), u"Origin", 0), LibraryErrorNumber(ErrBadKey),
+  const auto services = Services::New();
+  EXPECT_ERROR(RaiseLibraryError(*services, 0, u"", 53), 53, u"File not found", u"Tarvo2");
+  EXPECT_ERROR(RaiseLibraryError(*services, 0, u"", 13), 13, u"Type mismatch", u"Tarvo2");
+  EXPECT_ERROR(RaiseLibraryError(*services, LibraryErrorNumber(ErrBadKey), u"Origin", 0), LibraryErrorNumber(ErrBadKey),
                u"Bad Key", u"Origin");
 }
 
 TEST(LibraryErrors, SwitchOffSilencesOnlyLibraryErrors) {
-  SetRaiseErrors(false);
-  EXPECT_NO_THROW(RaiseLibraryError(ErrFieldNotFound));
-  EXPECT_NO_THROW(RaiseLibraryError(0, u"", 53));
+  const auto services = Services::New();
+  EXPECT_TRUE(services->raise_errors());  // on from the start
+  SetRaiseErrors(*services, false);
+  EXPECT_NO_THROW(RaiseLibraryError(*services, ErrFieldNotFound));
+  EXPECT_NO_THROW(RaiseLibraryError(*services, 0, u"", 53));
   EXPECT_ERROR_NUMBER(RaiseRuntimeError(13), 13);  // the runtime's own errors still pass
-  SetRaiseErrors(true);
-  EXPECT_ERROR_NUMBER(RaiseLibraryError(ErrFieldNotFound), LibraryErrorNumber(ErrFieldNotFound));
-  Main();
+  EXPECT_ERROR_NUMBER(RaiseLibraryError(*Services::Default(), ErrFieldNotFound),
+                      LibraryErrorNumber(ErrFieldNotFound));  // other contexts keep theirs
   EXPECT_TRUE(RaiseErrorsEnabled());
+  SetRaiseErrors(*services, true);
+  EXPECT_ERROR_NUMBER(RaiseLibraryError(*services, ErrFieldNotFound), LibraryErrorNumber(ErrFieldNotFound));
 }
 
 // Each handler adds its line, innermost first; help file and context pass on.
 TEST(StandardHandler, BuildsTheSourceChainInnermostFirst) {
-  auto inner = [] { Guard(u"KivStorageString.ValidateString", [] { RaiseLibraryError(ErrIllegalCharacters); }); };
+  const auto services = Services::New();
+  auto inner = [&] {
+    Guard(u"KivStorageString.ValidateString", [&] { RaiseLibraryError(*services, ErrIllegalCharacters); });
+  };
   auto outer = [&] { Guard(u"KivStorageString.SetValue", inner); };
   EXPECT_ERROR(outer(), LibraryErrorNumber(ErrIllegalCharacters), u"Illegal Character(s) Passed",
                u"Tarvo2\r\nKivStorageString.ValidateString\r\nKivStorageString.SetValue");
@@ -84,8 +92,9 @@ TEST(StandardHandler, BuildsTheSourceChainInnermostFirst) {
 }
 
 TEST(StandardHandler, ResumeNextDiscardsAndGoesOn) {
+  const auto services = Services::New();
   int steps = 0;
-  EXPECT_FALSE(ResumeNext([&] { RaiseLibraryError(ErrBadKey); }));
+  EXPECT_FALSE(ResumeNext([&] { RaiseLibraryError(*services, ErrBadKey); }));
   EXPECT_TRUE(ResumeNext([&] { ++steps; }));
   EXPECT_EQ(steps, 1);
 }

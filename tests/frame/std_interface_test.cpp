@@ -1,7 +1,6 @@
 // The bare common interface class and the version report.
 #include <gtest/gtest.h>
 
-#include "tarvo2/message_box.h"
 #include "tarvo2/std_interface.h"
 #include "test_util.h"
 
@@ -19,13 +18,13 @@ struct RecordingBox : MessageBoxService {
 
 class VersionReportTest : public ::testing::Test {
  protected:
-  void SetUp() override { SetMessageBoxService(box); }
-  void TearDown() override { SetMessageBoxService(nullptr); }
+  void SetUp() override { services->set_message_box(box); }
   std::shared_ptr<RecordingBox> box = std::make_shared<RecordingBox>();
+  std::shared_ptr<Services> services = Services::New();
 };
 
 TEST_F(VersionReportTest, ShowsOnlyWhenAsked) {
-  Ref<TarvoStdInterface> s = TarvoStdInterface::Create();
+  Ref<TarvoStdInterface> s = TarvoStdInterface::Create(services);
   EXPECT_EQ(s->Version(), Variant(u"2.0"));
   EXPECT_EQ(s->Version(false), Variant(u"2.0"));
   EXPECT_TRUE(box->shown.empty());
@@ -38,7 +37,7 @@ TEST_F(VersionReportTest, ShowsOnlyWhenAsked) {
 
 TEST_F(VersionReportTest, AFailingMessageBoxPassesThroughTheHandler) {
   box->fail = true;
-  EXPECT_ERROR(TarvoStdInterface::Create()->Version(true), 70, u"Permission denied",
+  EXPECT_ERROR(TarvoStdInterface::Create(services)->Version(true), 70, u"Permission denied",
                u"Tarvo2\r\nTarvoStdInterface.Version (Get)");
 }
 

@@ -7,8 +7,8 @@
 
 #include "ini/ini_access.h"
 #include "platform_temp_dir.h"
-#include "tarvo2/file_system.h"
-#include "tarvo2/host_module.h"
+#include "tarvo2/services.h"
+#include "tarvo2/testing/file_system.h"
 #include "tarvo2/import.h"
 #include "tarvo2/library_errors.h"
 #include "tarvo2/profile_store.h"
@@ -37,19 +37,10 @@ struct FailingStore : ProfileStore {
 class IniFileTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    SetFileSystem(fs_);
-    SetRandomService(NewFixedRandomService(7));
+    services_->set_random(NewFixedRandomService(7));
     for (const char* dir : {"/d", "/d/x.d", "/app", "/app/bin", "/app/bin/sub"})
       ASSERT_TRUE(fs_->CreateDir(dir).ok());
     ini_->put_Path(u"/d/t.ini");
-  }
-  void TearDown() override {
-    SetRaiseErrors(true);
-    SetImportHook(&ImportStore);
-    SetHostModulePath("");
-    SetRandomService(nullptr);
-    SetProfileStore(nullptr);
-    SetFileSystem(nullptr);
   }
   void Put(const std::string& content) { ASSERT_TRUE(fs_->WriteFile(kFile, content, false).ok()); }
   std::string Content(const char* file = kFile) {
@@ -58,17 +49,23 @@ class IniFileTest : public ::testing::Test {
     return s;
   }
   std::shared_ptr<FileSystem> fs_ = NewMemFileSystem();
-  Ref<KivINIFileHandler> ini_ = KivINIFileHandler::Create();
+  // A context of the test's own, on the in-memory file system.
+  std::shared_ptr<Services> services_ = [&] {
+    auto s = Services::New();
+    s->set_file_system(fs_);
+    return s;
+  }();
+  Ref<KivINIFileHandler> ini_ = KivINIFileHandler::Create(services_);
 };
 
 TEST_F(IniFileTest, AccessLayerWritesCodePageTextToUtf8PathsAndLabelsStoreErrors) {
   const String path = u"/d/\u00e9t\u00e9.ini", s = u"S\u00e9c", k = u"k\u20ac";
-  ini::INISetValue(path, s, k, u"\u00fc\u65e5");
+  ini::INISetValue(*services_, path, s, k, u"\u00fc\u65e5");
   EXPECT_EQ(Content("/d/\xc3\xa9t\xc3\xa9.ini"), "[S\xe9" "c]\nk\x80=\xfc?\n");
-  EXPECT_EQ(ini::INIGetValue(path, s, k, u""), u"\u00fc?");
-  EXPECT_EQ(ini::INIGetSections(path), s + String(1, u'\0'));
-  EXPECT_EQ(ini::INIGetValue(path, s, u"none", u"d\u00e9  "), u"d\u00e9");
-  SetProfileStore(std::make_shared<FailingStore>());
+  EXPECT_EQ(ini::INIGetValue(*services_, path, s, k, u""), u"\u00fc?");
+  EXPECT_EQ(ini::INIGetSections(*services_, path), s + String(1, u'\0'));
+  EXPECT_EQ(ini::INIGetValue(*services_, path, s, u"none", u"d\u00e9  "), u"d\u00e9");
+  services_->set_profile_store(std::make_shared<FailingStore>());
   EXPECT_ERROR(ini_->GetFieldNames(), 7, u"Out of memory",
                u"Store\r\nKivINIFileHandler.INIGetFields\r\nKivINIFileHandler.GetFieldNames");
 }
@@ -109,7 +106,7 @@ TEST_F(IniFileTest, ReadsTakeOneBufferOf1024Characters) {
     SCOPED_TRACE(::testing::PrintToString(r.written));
     // One file whose sections have these names, one whose section "K" has
     // keys of these names.
-    Variant by_section(KivINIFileHandler::Create()), by_key(KivINIFileHandler::Create());
+    Variant by_section(KivINIFileHandler::Create(services_)), by_key(KivINIFileHandler::Create(services_));
     LetProperty(by_section, u"Path", u"/d/sections.ini");
     LetProperty(by_key, u"Path", u"/d/keys.ini");
     Call(by_section, u"DeleteFile");
@@ -163,7 +160,7 @@ TEST_F(IniFileTest, ValuesAndArraysRoundTripWithDetectionFlagsAndDefaults) {
   Variant marker = u"KivDefaultReturn_" + ToString(Variant(random->NextSingle()));
   ini_->SetValue(u"m", marker);
   EXPECT_EQ(ini_->GetValue(u"m", u"\t", true, true, u"absent"), Variant(u"absent"));
-  SetRandomService(NewClockRandomService());
+  services_->set_random(NewClockRandomService());
   EXPECT_EQ(ini_->GetValue(u"m"), marker);
 }
 
@@ -188,7 +185,7 @@ TEST_F(IniFileTest, SectionsListingsAndDeletes) {
   ini_->put_Section(u"T");
   ini_->DeleteSection();  // selects DEFAULT
   EXPECT_ERROR_NUMBER(ini_->put_Value(7), kZeroLength);
-  auto wildcard = KivINIFileHandler::Create();  // not expanded: nothing is removed
+  auto wildcard = KivINIFileHandler::Create(services_);  // not expanded: nothing is removed
   wildcard->put_Path(u"/d/*.ini");
   wildcard->DeleteFile();
   EXPECT_EQ(Content(), "[S]\n;note\nno equals\n[s]\ny=1\n");
@@ -198,7 +195,7 @@ TEST_F(IniFileTest, SectionsListingsAndDeletes) {
   ini_->put_Path(u"/d/other.ini");  // ignored: the path stays fixed
   ini_->SetValue(u"k", 1);
   EXPECT_EQ(Content(), "[DEFAULT]\nk=1\n");
-  SetRaiseErrors(false);  // the bracket is taken; the empty name goes to the store, refused
+  services_->set_raise_errors(false);  // the bracket is taken; the empty name goes to the store, refused
   ini_->put_Section(u" ]x ");
   EXPECT_EQ(ini_->get_Section(), u"]x");
   EXPECT_FALSE(ini_->SetValue(u" ", 5));
@@ -246,7 +243,7 @@ TEST(IniRealFileTest, FoldersReadOnlyFilesAndMissingFoldersStayAsTheyWere) {
   for (auto [path, error] : {std::pair{dir.path(), kProfileAccessDenied},
                              {file, kProfileAccessDenied}, {dir / "none/x.ini", kProfilePathNotFound}}) {
     SCOPED_TRACE(path);
-    auto ini = KivINIFileHandler::Create();
+    auto ini = KivINIFileHandler::Create();  // the default context: the disk
     ini->put_Path(FromUtf8(path));
     ini->put_Section(u"S");
     EXPECT_FALSE(ini->SetValue(u"k", 2));
@@ -272,8 +269,8 @@ TEST_F(IniFileTest, CommonInterfacePathsLandBelowTheHostFolderAndCallsForward) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(ToUtf8(row.given) + " from " + row.host);
-    SetHostModulePath(row.host);
-    auto ini = KivINIFileHandler::Create();
+    services_->set_host_module_path(row.host);
+    auto ini = KivINIFileHandler::Create(services_);
     ini->StdInterface()->put_Path(row.given);
     ini->StdInterface()->put_Path(u"/d/second.ini");  // write-once, unless the first was empty
     EXPECT_EQ(ini->get_Path(), row.given.empty() ? u"/d/second.ini" : row.want);
@@ -312,7 +309,7 @@ TEST(IniDispatchTest, TypeInfoListsTheMembersInSlotOrder) {
 }
 
 Object *g_target = nullptr, *g_source = nullptr;
-void RaisingImport(Object& target, const Ref<Object>& source) {
+void RaisingImport(const Services&, Object& target, const Ref<Object>& source) {
   g_target = &target;
   g_source = source.get();
   RaiseRuntimeError(err::kTypeMismatch);
@@ -329,8 +326,8 @@ TEST_F(IniFileTest, LateBoundCallsAndTheImportHook) {
   LetProperty(ini, u"Value", 6);  // the default member, under the name read last
   EXPECT_EQ(Content(), "[S]\na=1,x\nn=6\n");
   EXPECT_EQ(Call(ini, u"Version"), Variant(u"2.0"));
-  auto other = KivINIFileHandler::Create();  // a store object given to Value goes to the hook
-  SetImportHook(&RaisingImport);
+  auto other = KivINIFileHandler::Create(services_);  // a store object given to Value goes to the hook
+  services_->set_import_hook(&RaisingImport);
   EXPECT_ERROR(ini_->put_Value(Variant(other->StdInterface())), 13, u"Type mismatch",
                u"Tarvo2\r\nKivINIFileHandler.Import (Let)");
   EXPECT_TRUE(g_target == ini_.get() && g_source == other.get());  // the object, not its view

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "tarvo2/tarvo2.h"
+#include "tarvo2/testing/file_system.h"
 #include "test_util.h"
 
 namespace tarvo2 {
@@ -16,39 +17,33 @@ struct SilentBox : MessageBoxService {
 class DispatchRobustness : public ::testing::Test {
  protected:
   void SetUp() override {
-    SetRegistryLocation(":memory:");
-    fs_ = NewMemFileSystem();
-    SetFileSystem(fs_);
+    services_->set_registry_location(":memory:");
+    services_->set_file_system(fs_);
     ASSERT_TRUE(fs_->CreateDir("/cfg").ok());
-    SetMessageBoxService(std::make_shared<SilentBox>());
+    services_->set_message_box(std::make_shared<SilentBox>());
   }
-  void TearDown() override {
-    SetRaiseErrors(true);
-    SetMessageBoxService(nullptr);
-    SetFileSystem(nullptr);
-    SetRegistryLocation(":memory:");
-  }
-  std::shared_ptr<FileSystem> fs_;
+  std::shared_ptr<FileSystem> fs_ = NewMemFileSystem();
+  std::shared_ptr<Services> services_ = Services::New();
 };
 
 // A live object of each class, set up so that its members reach real work.
-std::vector<Ref<Object>> Subjects() {
+std::vector<Ref<Object>> Subjects(const std::shared_ptr<Services>& services_) {
   std::vector<Ref<Object>> out;
-  Variant ss(CreateObject(u"Tarvo2.KivStorageString"));
+  Variant ss(CreateObject(u"Tarvo2.KivStorageString", services_));
   Call(ss, u"SetValue", {u"a", u"1\t2"});
   out.push_back(ss.AsObject());
-  Variant key(CreateObject(u"Tarvo2.KivRegistryKey"));
+  Variant key(CreateObject(u"Tarvo2.KivRegistryKey", services_));
   LetProperty(key, u"KeyName", u"Software\\Robust");
   Call(key, u"SetValue", {u"v", 5});
   Call(GetProperty(key, u"SubKeys"), u"Add", {u"child"});
   out.push_back(key.AsObject());
   out.push_back(GetProperty(key, u"SubKeys").AsObject());
-  Variant ini(CreateObject(u"Tarvo2.KivINIFileHandler"));
+  Variant ini(CreateObject(u"Tarvo2.KivINIFileHandler", services_));
   LetProperty(ini, u"Path", u"/cfg/robust.ini");
   Call(ini, u"SetValue", {u"k", u"v"});
   out.push_back(ini.AsObject());
-  out.push_back(CreateObject(u"Tarvo2.TarvoStdInterface"));
-  out.push_back(CreateObject(u"Tarvo2.TarvoLibrary"));
+  out.push_back(CreateObject(u"Tarvo2.TarvoStdInterface", services_));
+  out.push_back(CreateObject(u"Tarvo2.TarvoLibrary", services_));
   return out;
 }
 
@@ -76,8 +71,8 @@ std::vector<std::vector<Arg>> OddArgumentLists() {
 
 TEST_F(DispatchRobustness, OddCallsRaiseErrorsAndNeverCrash) {
   for (bool raise : {true, false}) {
-    SetRaiseErrors(raise);
-    for (const Ref<Object>& obj : Subjects()) {
+    services_->set_raise_errors(raise);
+    for (const Ref<Object>& obj : Subjects(services_)) {
       const TypeInfo& ti = obj->GetTypeInfo();
       for (const MemberInfo& m : ti.members) {
         for (const auto& list : OddArgumentLists()) {

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "tarvo2/tarvo2.h"
+#include "tarvo2/testing/file_system.h"
 #include "test_util.h"
 
 namespace tarvo2 {
@@ -56,15 +57,9 @@ const Fields kBeta = {{u"Size", Variant(12)}, {u"MiXeD", Variant(u"Text With Spa
 class ImportTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    SetRegistryLocation(":memory:");
-    fs_ = NewMemFileSystem();
-    SetFileSystem(fs_);
+    services_->set_registry_location(":memory:");
+    services_->set_file_system(fs_);
     ASSERT_TRUE(fs_->CreateDir("/cfg").ok());
-  }
-  void TearDown() override {
-    SetRaiseErrors(true);
-    SetFileSystem(nullptr);
-    SetRegistryLocation(":memory:");
   }
 
   // A store of `kind` named `name` holding `units`.
@@ -72,7 +67,7 @@ class ImportTest : public ::testing::Test {
     Variant s;
     switch (kind) {
       case Kind::kStorageString: {
-        s = Variant(CreateObject(u"Tarvo2.KivStorageString"));
+        s = Variant(CreateObject(u"Tarvo2.KivStorageString", services_));
         for (std::size_t i = 0; i < units.size(); ++i) {
           if (i == 0)
             LetProperty(s, u"PageName", units[i].first);
@@ -83,7 +78,7 @@ class ImportTest : public ::testing::Test {
         break;
       }
       case Kind::kRegistryKey: {
-        s = Variant(CreateObject(u"Tarvo2.KivRegistryKey"));
+        s = Variant(CreateObject(u"Tarvo2.KivRegistryKey", services_));
         LetProperty(s, u"KeyName", u"Software\\Test\\" + name);
         // The key's section is reached typed, through its common interface.
         auto view = RefCast<TarvoStdInterface>(s.AsObject()->QueryInterface(u"TarvoStdInterface"));
@@ -95,7 +90,7 @@ class ImportTest : public ::testing::Test {
         break;
       }
       case Kind::kIniFile: {
-        s = Variant(CreateObject(u"Tarvo2.KivINIFileHandler"));
+        s = Variant(CreateObject(u"Tarvo2.KivINIFileHandler", services_));
         LetProperty(s, u"Path", u"/cfg/" + name + u".ini");
         for (const auto& [unit, fields] : units) {
           LetProperty(s, u"Section", unit);
@@ -151,7 +146,8 @@ class ImportTest : public ::testing::Test {
     return out;
   }
 
-  std::shared_ptr<FileSystem> fs_;
+  std::shared_ptr<FileSystem> fs_ = NewMemFileSystem();
+  std::shared_ptr<Services> services_ = Services::New();
 };
 
 std::string Describe(const Units& units) {
@@ -181,7 +177,7 @@ Units Expected(Kind source, Kind target) {
 TEST_F(ImportTest, EveryPairCopiesWhatTheTableSays) {
   const Kind kinds[] = {Kind::kStorageString, Kind::kRegistryKey, Kind::kIniFile};
   for (bool raise : {true, false}) {
-    SetRaiseErrors(raise);
+    services_->set_raise_errors(raise);
     int n = 0;
     for (Kind from : kinds)
       for (Kind to : kinds) {
@@ -224,7 +220,7 @@ TEST_F(ImportTest, SinglePageModePutsEverythingOnTheCurrentPage) {
   EXPECT_EQ(Dump(Kind::kStorageString, dst),
             (Units{{u"A", {{u"a", Variant(1)}, {u"b", Variant(2)}, {u"same", Variant(u"second")}}}}));
 
-  SetRaiseErrors(false);  // the single-page refusals are not raised at all
+  services_->set_raise_errors(false);  // the single-page refusals are not raised at all
   Variant quiet = Make(Kind::kStorageString, u"q", {});
   LetProperty(quiet, u"MultiPage", false);
   LetProperty(quiet, u"Value", src);

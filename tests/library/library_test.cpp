@@ -19,6 +19,13 @@ TEST(Factory, CreatesByProgIdAndRefusesUnknownClasses) {
   }
   EXPECT_ERROR(CreateObject(u"Tarvo2.Nothing"), 429, u"ActiveX component can't create object", u"Tarvo2");
   EXPECT_ERROR(CreateObject(u"KivStorageString"), 429, u"ActiveX component can't create object", u"Tarvo2");
+  // In a context of the caller's: the object works in it; the refusals are the same.
+  auto services = Services::New();
+  Ref<Object> key = CreateObject(u"tarvo2.kivregistrykey", services);
+  ASSERT_TRUE(RefCast<KivRegistryKey>(key));
+  EXPECT_EQ(RefCast<KivRegistryKey>(key)->services(), services);
+  for (const char16_t* id : {u"Tarvo2.SubKeysCollection", u"Tarvo2.Nothing"})
+    EXPECT_ERROR(CreateObject(id, services), 429, u"ActiveX component can't create object", u"Tarvo2");
 }
 
 TEST(Library, RaiseSwitchIsWriteOnlyAndShared) {
@@ -26,6 +33,11 @@ TEST(Library, RaiseSwitchIsWriteOnlyAndShared) {
   LetProperty(lib, u"TarvoRaiseErrors", false);
   EXPECT_FALSE(RaiseErrorsEnabled());
   LetProperty(Variant(CreateObject(u"Tarvo2.TarvoLibrary")), u"tarvoraiseerrors", true);
+  EXPECT_TRUE(RaiseErrorsEnabled());
+  // A library object of another context switches that context only.
+  auto services = Services::New();
+  LetProperty(Variant(CreateObject(u"Tarvo2.TarvoLibrary", services)), u"TarvoRaiseErrors", false);
+  EXPECT_FALSE(services->raise_errors());
   EXPECT_TRUE(RaiseErrorsEnabled());
   EXPECT_ERROR(GetProperty(lib, u"TarvoRaiseErrors"), 438, StandardDescription(438), u"Tarvo2");
   const TypeInfo& ti = TarvoLibrary::Info();

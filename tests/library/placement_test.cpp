@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "tarvo2/tarvo2.h"
+#include "tarvo2/testing/file_system.h"
 #include "forms.h"
 #include "test_util.h"
 
@@ -10,20 +11,16 @@ namespace {
 
 class PlacementTest : public ::testing::TestWithParam<StorageTypeEnum> {
  protected:
+  // The library object and the stores it makes work in the test's context.
   void SetUp() override {
-    SetRegistryLocation(":memory:");
-    fs_ = NewMemFileSystem();
-    SetFileSystem(fs_);
+    services_->set_registry_location(":memory:");
+    services_->set_file_system(fs_);
     ASSERT_TRUE(fs_->CreateDir("/apps").ok());
-    SetHostModulePath("/apps/Ledger.bin");
-    lib_ = TarvoLibrary::Create();
+    services_->set_host_module_path("/apps/Ledger.bin");
+    lib_ = TarvoLibrary::Create(services_);
   }
-  void TearDown() override {
-    SetHostModulePath("");
-    SetFileSystem(nullptr);
-    SetRegistryLocation(":memory:");
-  }
-  std::shared_ptr<FileSystem> fs_;
+  std::shared_ptr<FileSystem> fs_ = NewMemFileSystem();
+  std::shared_ptr<Services> services_ = Services::New();
   Ref<TarvoLibrary> lib_;
 };
 
@@ -84,7 +81,7 @@ TEST_F(PlacementTest, StorePathsFollowTheHostName) {
   ASSERT_TRUE(reg);
   EXPECT_EQ(TypeName(Variant(reg)), u"KivRegistryKey");
   lib_->KivSaveFormParams(f);
-  Ref<Object> key = CreateObject(u"Tarvo2.KivRegistryKey");
+  Ref<Object> key = CreateObject(u"Tarvo2.KivRegistryKey", services_);
   LetProperty(Variant(key), u"KeyName", u"Software\\Acme\\Ledger\\WindowParams");
   EXPECT_EQ(Call(Variant(key), u"GetValue", {u"frmMain"}),
             Variant(SafeArray::Of(VarType::kLong, {1, 2, 3, 4, 0, 0, 0})));

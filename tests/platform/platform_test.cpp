@@ -31,7 +31,9 @@
 #include "tarvo2/profile_store.h"
 #include "tarvo2/random.h"
 #include "tarvo2/registry_store.h"
-#include "support/platform_temp_dir.h"
+#include "tarvo2/testing/file_system.h"
+#include "tarvo2/testing/registry_store.h"
+#include "platform_temp_dir.h"
 
 namespace tarvo2 {
 namespace {
@@ -407,7 +409,7 @@ TEST_F(ProfileStoreTest, WritesEditInPlace) {
   }
 }
 
-TEST_F(ProfileStoreTest, BareNamesAndTheProcessWideStore) {
+TEST_F(ProfileStoreTest, BareNamesGoToTheConfigurationFolder) {
   const char* old = std::getenv("XDG_CONFIG_HOME");
   const std::string saved = old ? old : "";
   setenv("XDG_CONFIG_HOME", "relative", 1);
@@ -415,9 +417,7 @@ TEST_F(ProfileStoreTest, BareNamesAndTheProcessWideStore) {
   setenv("XDG_CONFIG_HOME", "/cfg/home", 1);
   const Names resolved = {ResolveProfilePath("app.ini"), ResolveProfilePath("./app.ini"), ResolveProfilePath("/etc/a.ini")};
   EXPECT_EQ(resolved, (Names{"/cfg/home/app.ini", "./app.ini", "/etc/a.ini"}));
-  SetFileSystem(fs_);  // the process-wide store uses the process-wide file system
-  EXPECT_TRUE(GetProfileStore()->WritePrivateProfileString("S", "k", "v", "app.ini"));
-  SetFileSystem(nullptr);
+  EXPECT_TRUE(store_->WritePrivateProfileString("S", "k", "v", "app.ini"));
   EXPECT_EQ(Content("/cfg/home/app.ini"), "[S]\nk=v\n");
   old ? setenv("XDG_CONFIG_HOME", saved.c_str(), 1) : unsetenv("XDG_CONFIG_HOME");
 }
@@ -812,7 +812,7 @@ TEST(FaultInjectingRegistryStoreTest, FailsChosenCallsAndStoresNothing) {
   EXPECT_FALSE(exists("one"));
 }
 
-TEST_F(RegistryStoreTest, LocationAndProcessWideStore) {
+TEST_F(RegistryStoreTest, Locations) {
   const char* names[] = {"TARVO2_REGISTRY", "XDG_CONFIG_HOME", "HOME"};
   std::optional<std::string> saved[3];
   for (int i = 0; i < 3; ++i) if (const char* v = std::getenv(names[i])) saved[i] = v;
@@ -824,12 +824,14 @@ TEST_F(RegistryStoreTest, LocationAndProcessWideStore) {
   env({nullptr, "", "/h"});
   EXPECT_EQ("/h/.config/tarvo2/registry.sqlite3", DefaultRegistryLocation());
   env({"", (tmp_ / "config").c_str(), "/nonexistent"});  // an empty override counts as none
-  SetRegistryLocation("");
-  ASSERT_EQ(0, Set(GetRegistryStore().get(), kHKeyCurrentUser, "v", "disk"));
+  std::int32_t opened = -1;
+  ASSERT_EQ(0, Set(OpenRegistryStore("", &opened).get(), kHKeyCurrentUser, "v", "disk"));
+  EXPECT_EQ(kErrorSuccess, opened);
   EXPECT_EQ(std::filesystem::perms(0700), std::filesystem::status(tmp_ / "config/tarvo2").permissions());
-  SetRegistryLocation(":memory:");
-  EXPECT_EQ("<2>", Get(GetRegistryStore().get(), kHKeyCurrentUser, "v"));
-  SetRegistryLocation("");
+  EXPECT_EQ("disk", Get(OpenRegistryStore("").get(), kHKeyCurrentUser, "v"));
+  EXPECT_EQ("<2>", Get(OpenRegistryStore(":memory:").get(), kHKeyCurrentUser, "v"));
+  OpenRegistryStore(tmp_ / "none/reg.db", &opened);
+  EXPECT_EQ(kErrorCantOpen, opened);
   for (int i = 0; i < 3; ++i) saved[i] ? ::setenv(names[i], saved[i]->c_str(), 1) : ::unsetenv(names[i]);
 }
 
@@ -875,8 +877,26 @@ TEST(CodepageTest, RoundTripsAndReplacements) {
 }
 
 TEST(ServicesTest, HostModuleIsThisProgramAndAFixedSeedRepeats) {
-  const std::string real = GetHostModulePath();
+  const std::string real = ReadHostModulePath();
   EXPECT_TRUE(real[0] == '/' && std::filesystem::is_regular_file(real) && real.ends_with("/platform_tests")) << real;
+  struct Row {
+    std::string path;
+    const char16_t* folder;
+    const char16_t* name;
+  } rows[] = {
+      {"/opt/app/Ledger.bin", u"/opt/app/", u"Ledger"},
+      {"/opt/a.b/ledger", u"/opt/a.b/", u"ledger"},
+      {"ledger.x.exe", u"", u"ledger.x"},
+      {"/d/\xC3\xA9t\xC3\xA9", u"/d/", u"\u00E9t\u00E9"},
+      {"/opt/app\0/x"s, u"/opt/", u"app"},  // cut at the NUL
+      {"/" + std::string(255, 'd') + "/ab/cd", nullptr, u"ab"},  // cut to 259 units
+  };
+  for (const Row& r : rows) {
+    HostModule h = ParseHostModulePath(r.path);
+    EXPECT_EQ(h.path, r.path);
+    EXPECT_EQ(h.folder, r.folder ? std::u16string(r.folder) : u"/" + std::u16string(255, u'd') + u"/") << r.path;
+    EXPECT_EQ(h.name, r.name) << r.path;
+  }
   auto draw = [](RandomService& r) {
     std::vector<float> v(8);
     for (float& f : v) f = r.NextSingle();

@@ -39,11 +39,11 @@ TEST_F(KeyTest, StoreResultCodesAreRecordedAndTheTenKnownOnesRaise) {
     if (lib_code != 0) EXPECT_ERROR(key->SetValue(u"v", Variant(1)), lib, LibraryErrorMessage(lib), kWriteChain);
     else EXPECT_TRUE(key->SetValue(u"v", Variant(1)));  // only recorded: SetValue returns true
     EXPECT_EQ(key->get_ErrorState(), code);
-    SetRaiseErrors(false);
+    services_->set_raise_errors(false);
     key->ErrorStateClear();
     EXPECT_TRUE(key->SetValue(u"v", Variant(1)));  // true: the write failed
     EXPECT_EQ(key->get_ErrorState(), code);
-    SetRaiseErrors(true);
+    services_->set_raise_errors(true);
   }
   faults->ClearFaults();
   EXPECT_FALSE(key->SetValue(u"v", Variant(1)));  // false: ErrorState is 0 again
@@ -72,7 +72,7 @@ TEST_F(KeyTest, ValuesAreStoredAsTextOrNativeIntegersOrNotAtAll) {
   EXPECT_EQ(Raw("Software\\Enc", "inf").first, 0xFFFFu);
   // Other stored types read as Empty with -1; a number of more than four bytes is refused.
   for (auto [name, type, data] : {std::tuple("bin", kRegBinary, "ab"), std::tuple("long", kRegDword, "12345678")})
-    GetRegistryStore()->SetValueAt(kHKeyCurrentUser, "Software\\Enc", name, type,
+    services_->registry_store()->SetValueAt(kHKeyCurrentUser, "Software\\Enc", name, type,
                                    reinterpret_cast<const std::uint8_t*>(data), std::strlen(data));
   EXPECT_EQ(key->GetValue(u"bin", u"\t", true, true, Variant(u"d")), Variant(u"d"));
   EXPECT_EQ(key->get_ErrorState(), -1);
@@ -95,18 +95,18 @@ TEST_F(KeyTest, NamesAreTrimmedListedInCreationOrderAndRefusedWhenTheCodePageCan
     EXPECT_ERROR(key->SetValue(name, Variant(u"v")), Lib(ErrInvalidParameters), u"Invalid Parameters",
                  kWriteChain);
     EXPECT_ERROR_NUMBER(key->GetValue(name), Lib(ErrInvalidParameters));
-    EXPECT_ERROR_NUMBER(KivRegistryKey::Create()->put_KeyName(u"S\\" + name), Lib(ErrInvalidParameters));
+    EXPECT_ERROR_NUMBER(KivRegistryKey::Create(services_)->put_KeyName(u"S\\" + name), Lib(ErrInvalidParameters));
   }
   EXPECT_FALSE(key->SetValue(u"tab\there\nline", Variant(u"ok")));  // control characters are ordinary
-  GetRegistryStore()->SetValueAt(kHKeyCurrentUser, "Software\\Names", "  ", kRegSz,
+  services_->registry_store()->SetValueAt(kHKeyCurrentUser, "Software\\Names", "  ", kRegSz,
                                  reinterpret_cast<const std::uint8_t*>("b"), 2);
-  SetRaiseErrors(false);  // a blank name then writes the default value
+  services_->set_raise_errors(false);  // a blank name then writes the default value
   EXPECT_FALSE(key->SetValue(u"  ", Variant(u"y")));
   EXPECT_EQ(Raw("Software\\Names", "").second, std::string("y\0", 2));
   SafeArray names = key->GetValueNames();  // neither the default value nor a name of blanks
   EXPECT_EQ(names, SafeArray::OfStrings({u"word", u"tab\there\nline"}));
   EXPECT_EQ(names.LBound(), 0);
-  GetRegistryStore()->DeleteKey(kHKeyCurrentUser, "Software\\Names");  // cannot be opened: none, no code
+  services_->registry_store()->DeleteKey(kHKeyCurrentUser, "Software\\Names");  // cannot be opened: none, no code
   EXPECT_EQ(key->GetValueNames().Count(), 0u);
   EXPECT_EQ(key->get_ErrorState(), 0);
 }
@@ -131,12 +131,12 @@ TEST_F(KeyTest, DefaultsStandForMissingValuesAndValueWritesUnderTheRememberedNam
                Chain({u"KivRegistryKey.SetValue", u"KivRegistryKey.Import (Let)"}));
   EXPECT_ERROR(key->DeleteValue(u"List"), Lib(ErrBadKey), u"Bad Key",
                Chain({u"KivRegistryKey.ErrorState (Let)", u"KivRegistryKey.DeleteValue"}));
-  SetRaiseErrors(false);
+  services_->set_raise_errors(false);
   EXPECT_TRUE(key->GetValue(u"nope").IsMissing());
 }
 
 TEST_F(KeyTest, IdentityIsAssignedOncePathNamesTheRootAndTheKeyAndSectionMovesBelowIt) {
-  auto once = KivRegistryKey::Create();
+  auto once = KivRegistryKey::Create(services_);
   for (const char16_t* name : {u"", u" Software\\First ", u"Software\\Second"}) once->put_KeyName(name);
   for (auto root : {tarvo_HKEY_LOCAL_MACHINE, tarvo_HKEY_USERS}) once->put_RootKey(root);  // does not move the key
   EXPECT_EQ(once->StdInterface()->get_Path(), u"HKEY_LOCAL_MACHINE\\ Software\\First ");
@@ -149,7 +149,7 @@ TEST_F(KeyTest, IdentityIsAssignedOncePathNamesTheRootAndTheKeyAndSectionMovesBe
       {u"Software\\Ver1.50000", HKEY_CURRENT_USER, u"Software\\Ver1.50000"}};
   for (const auto& [path, root, key_name] : rows) {
     SCOPED_TRACE(ToUtf8(path));
-    auto key = KivRegistryKey::Create();
+    auto key = KivRegistryKey::Create(services_);
     key->StdInterface()->put_Path(path);
     EXPECT_EQ(key->StdInterface()->get_Path(), RootKeyName(root) + u"\\" + key_name);
     EXPECT_TRUE(KeyExists(ToAnsi(key_name), static_cast<RegKey>(root)));
@@ -178,17 +178,17 @@ TEST_F(KeyTest, KeyPathsTheStoreRefusesAreRecorded) {
       {u"Software\\" + String(256, u'n'), 87, false, 0}, {u"\\Software", 161, true, 6}};
   for (const auto& [path, code, write_fails, write_code] : rows) {
     SCOPED_TRACE(code);
-    auto key = KivRegistryKey::Create();
+    auto key = KivRegistryKey::Create(services_);
     if (code != 87) key->put_KeyName(path);
     else EXPECT_ERROR(key->put_KeyName(path), Lib(ErrInvalidParameters), u"Invalid Parameters",
                       Chain({u"KivRegistryKey.ErrorState (Let)", u"KivRegistryKey.CreateNewKey",
                              u"KivRegistryKey.KeyName (Let)"}));
     EXPECT_EQ(key->get_ErrorState(), code);
     EXPECT_FALSE(KeyExists("Software"));
-    SetRaiseErrors(false);
+    services_->set_raise_errors(false);
     EXPECT_EQ(key->SetValue(u"v", Variant(1)), write_fails);
     EXPECT_EQ(key->get_ErrorState(), write_code);
-    SetRaiseErrors(true);
+    services_->set_raise_errors(true);
   }
 }
 
@@ -221,9 +221,9 @@ class StoreFilesTest : public RegistryTest {
     ASSERT_NE(::mkdtemp(tmpl), nullptr);
     dir_ = tmpl;
     path_ = dir_ + "/registry.sqlite3";
-    SetRegistryLocation(path_);
+    services_->set_registry_location(path_);
     Key(u"Software\\Kept")->SetValue(u"v", Variant(u"stored"));
-    SetRegistryLocation("");
+    services_->set_registry_location(":memory:");
   }
   void TearDown() override {
     RegistryTest::TearDown();
@@ -237,9 +237,51 @@ class StoreFilesTest : public RegistryTest {
   std::string dir_, path_;
 };
 
+// Two contexts with a registry database each, side by side in one process:
+// a key of one is imported into a key of the other through the importers.
+TEST_F(StoreFilesTest, TwoContextsWithTwoDatabasesImportSideBySide) {
+  services_->set_registry_location(path_);
+  auto source = Key(u"Software\\Src");
+  source->SetValue(u"text", Variant(u"x y"));
+  source->SetValue(u"number", Variant(5));
+  source->SetValue(u"list", SafeArray::OfStrings({u"1", u"2"}));
+  source->get_SubKeys()->Add(u"Child")->SetValue(u"c", Variant(u"1"));
+  auto other = Services::New();
+  other->set_registry_location(dir_ + "/other.sqlite3");
+  auto target = KivRegistryKey::Create(other);
+  target->put_KeyName(u"Software\\Dst");
+  target->put_Value(Variant(source));
+  EXPECT_EQ(target->get_ErrorState(), 0);
+
+  // The values as each database holds them: {type, bytes}, {0xFFFF, ""} when missing.
+  auto raw = [](const std::string& db, const char* key, const char* name) {
+    auto store = OpenSqliteRegistryStore(db);
+    std::string data(64, '\0');
+    std::uint32_t type = 0, size = static_cast<std::uint32_t>(data.size());
+    if (store->QueryValueAt(kHKeyCurrentUser, key, name, &type, reinterpret_cast<std::uint8_t*>(data.data()),
+                            &size) != 0)
+      return std::pair<std::uint32_t, std::string>{0xFFFF, ""};
+    return std::pair<std::uint32_t, std::string>{type, data.substr(0, size)};
+  };
+  using Raw = std::pair<std::uint32_t, std::string>;
+  const std::string b = dir_ + "/other.sqlite3";
+  EXPECT_EQ(raw(b, "Software\\Dst", "text"), (Raw{kRegSz, std::string("x y\0", 4)}));
+  EXPECT_EQ(raw(b, "Software\\Dst", "number"), (Raw{kRegDword, std::string("\5\0\0\0", 4)}));
+  EXPECT_EQ(raw(b, "Software\\Dst", "list"), (Raw{kRegSz, std::string("1\t2\0", 4)}));
+  EXPECT_EQ(raw(b, "Software\\Dst\\Child", "c").first, 0xFFFFu);  // a key's import copies its values only
+  EXPECT_EQ(raw(b, "Software\\Src", "text").first, 0xFFFFu);
+  // The source database is unchanged.
+  EXPECT_EQ(raw(path_, "Software\\Dst", "text").first, 0xFFFFu);
+  EXPECT_EQ(raw(path_, "Software\\Src", "text"), (Raw{kRegSz, std::string("x y\0", 4)}));
+  EXPECT_EQ(raw(path_, "Software\\Src\\Child", "c"), (Raw{kRegSz, std::string("1\0", 2)}));
+  EXPECT_EQ(raw(path_, "Software\\Kept", "v"), (Raw{kRegSz, std::string("stored\0", 7)}));
+  target.reset();
+  EXPECT_EQ(other.use_count(), 1);
+}
+
 TEST_F(StoreFilesTest, DamagedFileRecordsBadDatabase) {
   std::ofstream(path_, std::ios::binary | std::ios::trunc) << std::string(4096, 'x');
-  SetRegistryLocation(path_);
+  services_->set_registry_location(path_);
   auto key = Key(u"Software\\Kept");
   EXPECT_TRUE(key->SetValue(u"v", Variant(u"new")));
   EXPECT_EQ(key->get_ErrorState(), 1009);
@@ -261,7 +303,7 @@ TEST_F(StoreFilesTest, LockHeldByAnotherProcessFailsWritesButKeepsTheValue) {
   }
   char locked = 0;
   ASSERT_TRUE(pid > 0 && ::read(ready[0], &locked, 1) == 1 && locked);
-  SetRegistryStore(OpenSqliteRegistryStore(path_, {.busy_timeout_ms = 50}));
+  services_->set_registry_store(OpenSqliteRegistryStore(path_, {.busy_timeout_ms = 50}));
   auto key = Key(u"Software\\Kept");
   EXPECT_TRUE(key->SetValue(u"v", Variant(u"during")));
   EXPECT_EQ(key->get_ErrorState(), 1013);
@@ -282,8 +324,8 @@ TEST_F(StoreFilesTest, ReadOnlyFileReadsAndRecordsRefusedWrites) {
     if (::geteuid() == 0 && (::chown(dir_.c_str(), 65534, 65534) != 0 || ::chown(path_.c_str(), 65534, 65534) != 0 ||
                              ::setgid(65534) != 0 || ::setuid(65534) != 0))
       ::_exit(1);
-    SetRaiseErrors(false);
-    SetRegistryLocation(path_);
+    services_->set_raise_errors(false);
+    services_->set_registry_location(path_);
     auto key = Key(u"Software\\Kept");
     const bool ok[] = {key->GetValue(u"v") == Variant(u"stored"), key->SetValue(u"v", Variant(u"changed")),
                        key->get_ErrorState() == 1013, key->GetValue(u"v") == Variant(u"stored"),

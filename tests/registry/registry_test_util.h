@@ -7,6 +7,8 @@
 #include "tarvo2/library_errors.h"
 #include "tarvo2/registry_key.h"
 #include "tarvo2/registry_store.h"
+#include "tarvo2/services.h"
+#include "tarvo2/testing/registry_store.h"
 #include "test_util.h"
 
 namespace tarvo2 {
@@ -23,57 +25,53 @@ inline String Chain(std::initializer_list<const char16_t*> labels) {
   EXPECT_ERROR(stmt, LibraryErrorNumber(ErrObjectInvalidated), u"Object has been invalidated",            \
                Chain({u"KivRegistryKey.CheckState", __VA_ARGS__}))
 
-// A fresh in-memory store for every test, the raise switch on, and no key
-// object left alive at the end.
+// A context of its own for every test, with a fresh in-memory store and the
+// raise switch on; no object of it (key, collection, view) may be left
+// alive at the end.
 class RegistryTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    SetRegistryLocation(":memory:");  // also drops any store set before
-    SetRaiseErrors(true);
-    keys_before_ = KivRegistryKey::LiveInstances();
-  }
-  void TearDown() override {
-    SetRaiseErrors(true);
-    SetRegistryLocation("");
-    EXPECT_EQ(KivRegistryKey::LiveInstances(), keys_before_) << "key objects leaked";
-  }
+  void SetUp() override { services_->set_registry_location(":memory:"); }
+  void TearDown() override { ExpectAllReleased(); }
+
+  // Every object of the context is gone: only the fixture holds it.
+  void ExpectAllReleased() { EXPECT_EQ(services_.use_count(), 1) << "objects of the context leaked"; }
 
   // A key object on HKEY_CURRENT_USER\<path>.
-  static Ref<KivRegistryKey> Key(const String& path) {
-    auto k = KivRegistryKey::Create();
+  Ref<KivRegistryKey> Key(const String& path) {
+    auto k = KivRegistryKey::Create(services_);
     k->put_KeyName(path);
     return k;
   }
   // Creates keys straight in the store, past any key object.
-  static void MakeKeys(std::initializer_list<const char*> paths) {
+  void MakeKeys(std::initializer_list<const char*> paths) {
     for (const char* p : paths) {
       RegKey h = 0;
-      ASSERT_EQ(GetRegistryStore()->CreateKey(kHKeyCurrentUser, p, 0x3F, &h, nullptr), 0);
-      GetRegistryStore()->CloseKey(h);
+      ASSERT_EQ(services_->registry_store()->CreateKey(kHKeyCurrentUser, p, 0x3F, &h, nullptr), 0);
+      services_->registry_store()->CloseKey(h);
     }
   }
   // Puts a fault-injecting wrapper in front of the current store.
-  static std::shared_ptr<FaultInjectingRegistryStore> InstallFaults() {
-    auto faults = std::make_shared<FaultInjectingRegistryStore>(GetRegistryStore());
-    SetRegistryStore(faults);
+  std::shared_ptr<FaultInjectingRegistryStore> InstallFaults() {
+    auto faults = std::make_shared<FaultInjectingRegistryStore>(services_->registry_store());
+    services_->set_registry_store(faults);
     return faults;
   }
   // The raw value as the store holds it, or {0xFFFF, ""} when missing.
-  static std::pair<std::uint32_t, std::string> Raw(const std::string& path, const std::string& name) {
+  std::pair<std::uint32_t, std::string> Raw(const std::string& path, const std::string& name) {
     std::string data(1 << 21, '\0');
     std::uint32_t type = 0, size = static_cast<std::uint32_t>(data.size());
-    if (GetRegistryStore()->QueryValueAt(kHKeyCurrentUser, path.c_str(), name.c_str(), &type,
+    if (services_->registry_store()->QueryValueAt(kHKeyCurrentUser, path.c_str(), name.c_str(), &type,
                                          reinterpret_cast<std::uint8_t*>(data.data()), &size) != 0)
       return {0xFFFF, ""};
     return {type, data.substr(0, size)};
   }
-  static bool KeyExists(const std::string& path, RegKey root = kHKeyCurrentUser) {
+  bool KeyExists(const std::string& path, RegKey root = kHKeyCurrentUser) {
     std::int32_t opened = -1;
-    GetRegistryStore()->QueryValueAt(root, path.c_str(), "", nullptr, nullptr, nullptr, &opened);
+    services_->registry_store()->QueryValueAt(root, path.c_str(), "", nullptr, nullptr, nullptr, &opened);
     return opened == 0;
   }
   static std::int32_t Lib(LibraryErrorCode c) { return LibraryErrorNumber(c); }
-  std::int64_t keys_before_ = 0;
+  const std::shared_ptr<Services> services_ = Services::New();
 };
 
 }  // namespace tarvo2

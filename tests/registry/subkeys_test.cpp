@@ -12,14 +12,7 @@ class SubKeysTest : public RegistryTest {
   void SetUp() override {
     RegistryTest::SetUp();
     MakeKeys({"Software\\T\\beta", "Software\\T\\Alpha\\a1\\a11", "Software\\T\\Alpha\\a2", "Software\\T\\gamma"});
-    keys_ = KivRegistryKey::LiveInstances();
-    collections_ = SubKeysCollection::LiveInstances();
   }
-  void ExpectAllReleased() {
-    EXPECT_EQ(KivRegistryKey::LiveInstances(), keys_);
-    EXPECT_EQ(SubKeysCollection::LiveInstances(), collections_);
-  }
-  std::int64_t keys_ = 0, collections_ = 0;
 };
 
 TEST_F(SubKeysTest, EntriesComeInTheStoresOrderAndAreFoundByPositionOrName) {
@@ -70,7 +63,7 @@ TEST_F(SubKeysTest, RefreshInvalidatesOldEntriesAndShowsNewSubkeys) {
   EXPECT_INVALIDATED(old->get_KeyName(), u"KivRegistryKey.KeyName (Get)");
   EXPECT_FALSE(subs->get_Item(Variant(u"alpha"))->get_Invalidated());
   // A key without a name lists its root; an unreadable parent lists nothing.
-  EXPECT_EQ(KivRegistryKey::Create()->get_SubKeys()->get_Item(Variant(u"Software"))->get_KeyName(), u"\\Software");
+  EXPECT_EQ(KivRegistryKey::Create(services_)->get_SubKeys()->get_Item(Variant(u"Software"))->get_KeyName(), u"\\Software");
   InstallFaults()->FailAllReads(1012);
   subs->Refresh();
   EXPECT_EQ(subs->get_Count(), 0);
@@ -103,9 +96,9 @@ TEST_F(SubKeysTest, DeleteKeyDeletesAndInvalidates) {
 }
 
 TEST_F(SubKeysTest, WithTheSwitchOffAnInvalidatedKeyNeverReachesTheRegistry) {
-  GetRegistryStore()->SetValue(kHKeyCurrentUser, "rootval", kRegSz, reinterpret_cast<const std::uint8_t*>("r"), 2);
+  services_->registry_store()->SetValue(kHKeyCurrentUser, "rootval", kRegSz, reinterpret_cast<const std::uint8_t*>("r"), 2);
   auto parent = Key(u"Software\\T\\Alpha");
-  SetRaiseErrors(false);
+  services_->set_raise_errors(false);
   parent->DeleteKey();  // the store refuses a key with subkeys; the object is invalidated all the same
   EXPECT_EQ(parent->get_ErrorState(), 5);
   EXPECT_TRUE(parent->get_Invalidated() && KeyExists("Software\\T\\Alpha\\a2"));
@@ -143,7 +136,7 @@ TEST_F(SubKeysTest, EveryObjectIsReleasedOnceTheClientLetsGo) {
   subs->get_Item(Variant(1))->get_SubKeys();
   subs->Refresh();
   auto entry = subs->get_Item(Variant(u"beta"));
-  EXPECT_EQ(KivRegistryKey::LiveInstances(), keys_ + 3);  // the entries, not the parent
+  EXPECT_EQ(services_.use_count(), 1 + 4);  // the collection and its three entries, not the parent
   EXPECT_TRUE(subs->Add(u"new") && KeyExists("Software\\T\\new"));  // the parent's location was kept
   subs.reset();
   EXPECT_FALSE(entry->get_IsOwned());  // its collection is gone

@@ -7,7 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "tarvo2/file_system.h"
+#include "tarvo2/services.h"
+#include "tarvo2/testing/file_system.h"
 #include "tarvo2/library_errors.h"
 #include "tarvo2/storage_string.h"
 #include "test_util.h"

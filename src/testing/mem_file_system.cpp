@@ -7,7 +7,7 @@
 #include <map>
 #include <set>
 
-#include "tarvo2/file_system.h"
+#include "tarvo2/testing/file_system.h"
 
 namespace tarvo2 {
 namespace {
