@@ -18,6 +18,7 @@
 #include "cli/reg_file.h"
 #include "cli/reg_transfer.h"
 #include "tarvo2/registry_store.h"
+#include "tarvo2/testing/registry_store.h"
 
 namespace tarvo2::regfile {
 namespace {
