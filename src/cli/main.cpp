@@ -82,16 +82,17 @@ int Run(int argc, char** argv) {
         ->check(CLI::IsMember({"lines", "ini", "sh", "json"}));
   };
   auto add_delimiter = [&](CLI::App* cmd, const char* help) { cmd->add_option("-d,--delimiter", s.delimiter, help); };
+  auto add_address = [&](CLI::App* cmd) { cmd->add_option("address", s.address, "Store address")->required(); };
 
   CLI::App* get = app.add_subcommand("get", "Print the value of field NAME at ADDRESS");
-  get->add_option("address", s.address, "Store address")->required();
+  add_address(get);
   get->add_option("name", s.name, "Field, key or value name")->required();
   add_format(get);
   add_delimiter(get, "Join an array's elements with this text instead of printing one a line (sh, ini: instead of a tab)");
   get->add_flag("--raw", s.raw, "Print the stored text as it is, without array and number detection");
 
   CLI::App* set = app.add_subcommand("set", "Write field NAME at ADDRESS; several values make an array");
-  set->add_option("address", s.address, "Store address")->required();
+  add_address(set);
   set->add_option("name", s.name, "Field, key or value name")->required();
   set->add_option("values", s.values, "The value, or the elements of an array")->required();
   add_delimiter(set, "Delimiter that joins the elements of an array (default: tab)");
@@ -99,13 +100,13 @@ int Run(int argc, char** argv) {
                 "Store the values as numbers (an integer as a 32-bit number, in the registry a DWORD)");
 
   CLI::App* del = app.add_subcommand("del", "Delete field NAME, or without NAME the section, key or file");
-  del->add_option("address", s.address, "Store address")->required();
+  add_address(del);
   del->add_option("name", s.name, "Field, key or value name");
   del->add_flag("-r,--recursive", s.recursive, "Delete a registry key with all its subkeys");
 
   CLI::App* list = app.add_subcommand(
       "list", "List the sections of an INI file, the subkeys and values of a key, or the fields of a section or page");
-  list->add_option("address", s.address, "Store address")->required();
+  add_address(list);
   add_format(list);
   add_delimiter(list, "Join arrays with this text instead of a tab");
   list->add_flag("--raw", s.raw, "Print stored texts as they are, without array and number detection");

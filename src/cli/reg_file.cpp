@@ -230,6 +230,18 @@ class Parser {
     file_->keys.push_back(std::move(key));
   }
 
+  // Reads one to eight hex digits at the column as a 32-bit number.
+  std::uint32_t ParseHex32(const char* too_long, const char* none) {
+    std::uint32_t n = 0;
+    std::size_t digits = 0;
+    for (; !AtEnd() && HexDigit(L()[col_]) >= 0; ++col_, ++digits) {
+      if (digits == 8) Fail(col_, too_long);
+      n = n * 16 + static_cast<std::uint32_t>(HexDigit(L()[col_]));
+    }
+    if (digits == 0) Fail(col_, none);
+    return n;
+  }
+
   std::string ParseHexList() {
     std::string data;
     bool need_byte = false;
@@ -296,13 +308,7 @@ class Parser {
       ExpectEnd();
     } else if (starts(u"dword:")) {
       col_ += 6;
-      std::uint32_t n = 0;
-      std::size_t digits = 0;
-      for (; !AtEnd() && HexDigit(L()[col_]) >= 0; ++col_, ++digits) {
-        if (digits == 8) Fail(col_, "dword: takes at most 8 hex digits");
-        n = n * 16 + static_cast<std::uint32_t>(HexDigit(L()[col_]));
-      }
-      if (digits == 0) Fail(col_, "expected hex digits after dword:");
+      const std::uint32_t n = ParseHex32("dword: takes at most 8 hex digits", "expected hex digits after dword:");
       value.type = 4;
       for (int i = 0; i < 4; ++i) value.data.push_back(static_cast<char>((n >> (8 * i)) & 0xFF));
       ExpectEnd();
@@ -312,13 +318,8 @@ class Parser {
       value.data = ParseHexList();
     } else if (starts(u"hex(")) {
       col_ += 4;
-      std::uint32_t n = 0;
-      std::size_t digits = 0;
-      for (; !AtEnd() && HexDigit(L()[col_]) >= 0; ++col_, ++digits) {
-        if (digits == 8) Fail(col_, "a type number takes at most 8 hex digits");
-        n = n * 16 + static_cast<std::uint32_t>(HexDigit(L()[col_]));
-      }
-      if (digits == 0) Fail(col_, "expected the type number in hex after hex(");
+      const std::uint32_t n =
+          ParseHex32("a type number takes at most 8 hex digits", "expected the type number in hex after hex(");
       if (AtEnd() || L()[col_] != u')') Fail(col_, "expected ')' after the type number");
       ++col_;
       if (AtEnd() || L()[col_] != u':') Fail(col_, "expected ':' after hex(...)");

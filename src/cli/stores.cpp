@@ -306,9 +306,21 @@ void Delete(const Address& a, const std::optional<std::u16string>& name, bool re
   }
 }
 
+// Adds each named field of `store` to `out`, with its value read as `get`
+// would read it when `with_values` is set.
+template <class Store>
+void AddFields(Listing& out, Store& store, const SafeArray& names, bool with_values, const ReadOptions& o,
+               const Variant& absent) {
+  const bool detect = !o.raw;
+  for (const Variant& n : names.Items()) {
+    Variant v;
+    if (with_values) v = store.GetValue(n.AsString(), o.delimiter, detect, detect, absent);
+    out.fields.emplace_back(n.AsString(), v);
+  }
+}
+
 Listing List(const Address& a, bool with_values, const ReadOptions& o) {
   Listing out;
-  bool detect = !o.raw;
   switch (a.kind) {
     case StoreKind::kIni: {
       auto ini = OpenIni(a, true);
@@ -319,11 +331,7 @@ Listing List(const Address& a, bool with_values, const ReadOptions& o) {
         return out;
       }
       SafeArray names = ini->GetFieldNames();
-      for (const Variant& n : names.Items()) {
-        Variant v;
-        if (with_values) v = ini->GetValue(n.AsString(), o.delimiter, detect, detect, String());
-        out.fields.emplace_back(n.AsString(), v);
-      }
+      AddFields(out, *ini, names, with_values, o, String());
       return out;
     }
     case StoreKind::kRegistry: {
@@ -337,21 +345,13 @@ Listing List(const Address& a, bool with_values, const ReadOptions& o) {
                      "tarvo2: warning: the value list of %s ends at a value larger than 1,024 bytes, as "
                      "applications see it; use export to see all values\n",
                      U8(FullKeyPath(a)).c_str());
-      for (const Variant& n : names.Items()) {
-        Variant v;
-        if (with_values) v = key->GetValue(n.AsString(), o.delimiter, detect, detect, Variant());
-        out.fields.emplace_back(n.AsString(), v);
-      }
+      AddFields(out, *key, names, with_values, o, Variant());
       return out;
     }
     case StoreKind::kPage: {
       auto ss = OpenPage(a, true);
       SafeArray names = ss->GetFieldNames();
-      for (const Variant& n : names.Items()) {
-        Variant v;
-        if (with_values) v = ss->GetValue(n.AsString(), o.delimiter, detect, detect, String());
-        out.fields.emplace_back(n.AsString(), v);
-      }
+      AddFields(out, *ss, names, with_values, o, String());
       return out;
     }
   }

@@ -108,18 +108,6 @@ PyObject* Guarded(F&& f) noexcept {
   }
   return nullptr;
 }
-template <class F>
-int GuardedInt(F&& f) noexcept {
-  CallScope scope;
-  try {
-    return f();
-  } catch (py::error_already_set& e) {
-    e.restore();
-  } catch (...) {
-    SetPyError(tarvo2::CurrentError());
-  }
-  return -1;
-}
 
 // Throws the Python exception in flight as error_already_set.
 [[noreturn]] inline void ThrowPy() { throw py::error_already_set(); }

@@ -41,6 +41,25 @@ inline unsigned CandidateMask(const char16_t* h, std::size_t i, std::size_t m, _
 #endif
 
 #if defined(TARVO2_HAVE_AVX2_PATH)
+// A mask with two bits per candidate start i..i+31: set where the first unit
+// of the needle matches and, for needles longer than one unit, the last too.
+__attribute__((target("avx2"), always_inline)) inline std::uint64_t CandidateMaskAvx2(const char16_t* h, std::size_t i,
+                                                                                     std::size_t m, __m256i vf,
+                                                                                     __m256i vl) {
+  const __m256i a0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + i));
+  const __m256i a1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + i + 16));
+  __m256i e0 = _mm256_cmpeq_epi16(a0, vf);
+  __m256i e1 = _mm256_cmpeq_epi16(a1, vf);
+  if (m > 1) {
+    const __m256i b0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + i + m - 1));
+    const __m256i b1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + i + m - 1 + 16));
+    e0 = _mm256_and_si256(e0, _mm256_cmpeq_epi16(b0, vl));
+    e1 = _mm256_and_si256(e1, _mm256_cmpeq_epi16(b1, vl));
+  }
+  return static_cast<std::uint32_t>(_mm256_movemask_epi8(e0)) |
+         (static_cast<std::uint64_t>(static_cast<std::uint32_t>(_mm256_movemask_epi8(e1))) << 32);
+}
+
 // The forward scan with 256-bit compares, 32 candidate starts at a time,
 // for processors that have AVX2 (chosen at run time). Scans candidates
 // from `i` to `last_start`, the tail included.
@@ -50,18 +69,7 @@ __attribute__((target("avx2"))) std::size_t ForwardAvx2(const char16_t* h, std::
   const __m256i vf = _mm256_set1_epi16(static_cast<short>(needle.front()));
   const __m256i vl = _mm256_set1_epi16(static_cast<short>(needle.back()));
   while (i <= last_start && last_start - i >= 31) {
-    const __m256i a0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + i));
-    const __m256i a1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + i + 16));
-    __m256i e0 = _mm256_cmpeq_epi16(a0, vf);
-    __m256i e1 = _mm256_cmpeq_epi16(a1, vf);
-    if (m > 1) {
-      const __m256i b0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + i + m - 1));
-      const __m256i b1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + i + m - 1 + 16));
-      e0 = _mm256_and_si256(e0, _mm256_cmpeq_epi16(b0, vl));
-      e1 = _mm256_and_si256(e1, _mm256_cmpeq_epi16(b1, vl));
-    }
-    std::uint64_t mask = static_cast<std::uint32_t>(_mm256_movemask_epi8(e0)) |
-                         (static_cast<std::uint64_t>(static_cast<std::uint32_t>(_mm256_movemask_epi8(e1))) << 32);
+    std::uint64_t mask = CandidateMaskAvx2(h, i, m, vf, vl);
     while (mask != 0) {
       const std::size_t j = i + static_cast<std::size_t>(__builtin_ctzll(mask)) / 2;
       if (MiddleMatches(h + j, needle)) return j;
@@ -84,18 +92,7 @@ __attribute__((target("avx2"))) std::size_t ManyAvx2(const char16_t* h, std::siz
   const __m256i vl = _mm256_set1_epi16(static_cast<short>(needle.back()));
   std::size_t count = 0;
   while (i <= last_start && last_start - i >= 31) {
-    const __m256i a0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + i));
-    const __m256i a1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + i + 16));
-    __m256i e0 = _mm256_cmpeq_epi16(a0, vf);
-    __m256i e1 = _mm256_cmpeq_epi16(a1, vf);
-    if (m > 1) {
-      const __m256i b0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + i + m - 1));
-      const __m256i b1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(h + i + m - 1 + 16));
-      e0 = _mm256_and_si256(e0, _mm256_cmpeq_epi16(b0, vl));
-      e1 = _mm256_and_si256(e1, _mm256_cmpeq_epi16(b1, vl));
-    }
-    std::uint64_t mask = static_cast<std::uint32_t>(_mm256_movemask_epi8(e0)) |
-                         (static_cast<std::uint64_t>(static_cast<std::uint32_t>(_mm256_movemask_epi8(e1))) << 32);
+    std::uint64_t mask = CandidateMaskAvx2(h, i, m, vf, vl);
     std::size_t next_block = i + 32;
     while (mask != 0) {
       const std::size_t j = i + static_cast<std::size_t>(__builtin_ctzll(mask)) / 2;
