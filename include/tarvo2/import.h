@@ -6,8 +6,10 @@
 // included) with "KivStorageString", "KivRegistryKey" and
 // "KivINIFileHandler" (IsImportSource), and on a match calls ImportStore.
 //
-// The importers work through the public members of both objects, called by
-// name, so every check and rule of those members applies during an import.
+// The importers work through the public members of both objects, so every
+// check and rule of those members applies during an import. A source is
+// read through the store it is; an object that only bears a store's class
+// name is refused like a source of an incompatible version.
 // They run in skip-on-failure mode: a failing step (a library error, a
 // runtime failure, a failure inside either object) is discarded and the
 // importer goes on with its next step; nothing ever leaves ImportStore. A

@@ -14,6 +14,7 @@
 #define TARVO2_STD_INTERFACE_H_
 
 #include <cstdint>
+#include <memory>
 
 #include "tarvo2/dispatch.h"
 #include "tarvo2/services.h"
@@ -66,60 +67,56 @@ class TARVO2_EXPORT TarvoStdInterface : public Object {
   const std::shared_ptr<Services> services_;
 };
 
-// The view of a store under TarvoStdInterface. `Store` provides the members
-// TarvoStdInterface_put_Path, _get_Path, _put_Section, _get_Section,
-// _SetValue, _GetValue and _Version.
+namespace internal {
+class Store;  // the library's internal view of a store
+}  // namespace internal
+
+// The view of a store under TarvoStdInterface, made by the store's
+// QueryInterface(u"TarvoStdInterface") and StdInterface(); it keeps the
+// store alive.
 //
-// Typed C++ callers of the view use its five members, which forward to
-// those. Calls by name (Invoke, Call, GetProperty, LetProperty, ...) reach
-// the store's own default interface instead, whatever interface the store
-// was handed out as, just as an automation client that holds an object in a
-// Variant always reaches the object's own members: the view answers
-// GetTypeInfo, GetIdOfName and Invoke as the store does, so `st.KeyName`,
-// `st.PageCount` or `st.ErrorState` work on a view held in a Variant, with
-// the store's own labels and errors, and a member the store lacks raises
-// 438 even when it is one of the five (a registry key has no Section of its
-// own). TypeName gives the store's class name, QueryInterface answers like
-// the store, and SameObject (dispatch.h) holds between the view and the
-// store.
-template <class Store>
+// Typed C++ callers of the view use its five members, which forward to the
+// store's TarvoStdInterface_* members through the library's internal view
+// of the store (an error carries the line "<Class>.TarvoStdInterface_
+// <member>"). Calls by name (Invoke, Call, GetProperty, LetProperty, ...)
+// reach the store's own default interface instead, whatever interface the
+// store was handed out as, just as an automation client that holds an
+// object in a Variant always reaches the object's own members: the view
+// answers GetTypeInfo, GetIdOfName and Invoke as the store does, so
+// `st.KeyName`, `st.PageCount` or `st.ErrorState` work on a view held in a
+// Variant, with the store's own labels and errors, and a member the store
+// lacks raises 438 even when it is one of the five (a registry key has no
+// Section of its own). TypeName gives the store's class name,
+// QueryInterface answers like the store, and SameObject (dispatch.h) holds
+// between the view and the store.
 class StdInterfaceView : public TarvoStdInterface {
  public:
-  explicit StdInterfaceView(Ref<Store> store) : TarvoStdInterface(store->services()), store_(std::move(store)) {}
-  String ClassName() const override { return store_->ClassName(); }
+  // REQUIRES: `access` is the library's internal view of `store`.
+  StdInterfaceView(Ref<Object> store, std::shared_ptr<internal::Store> access);
+  ~StdInterfaceView() override;
+
+  String ClassName() const override;
   const TypeInfo& GetTypeInfo() const override { return store_->GetTypeInfo(); }
   DispId GetIdOfName(StringView name) const override { return store_->GetIdOfName(name); }
   Variant Invoke(DispId id, InvokeKind kind, CallArgs& args) override { return store_->Invoke(id, kind, args); }
-  Ref<Object> QueryInterface(StringView name) override {
-    if (EqualsNoCase(name, u"TarvoStdInterface")) return Ref<Object>(this);
-    return store_->QueryInterface(name);
-  }
-  void put_Path(const String& p) override { store_->TarvoStdInterface_put_Path(p); }
-  String get_Path() override { return store_->TarvoStdInterface_get_Path(); }
-  void put_Section(const String& s) override { store_->TarvoStdInterface_put_Section(s); }
-  String get_Section() override { return store_->TarvoStdInterface_get_Section(); }
-  bool SetValue(const String& f, const Variant& v, const String& d = u"\t") override {
-    return store_->TarvoStdInterface_SetValue(f, v, d);
-  }
-  Variant GetValue(const String& f, const String& d = u"\t") override {
-    return store_->TarvoStdInterface_GetValue(f, d);
-  }
-  Variant Version(bool show = false) override { return store_->TarvoStdInterface_Version(show); }
-  const Ref<Store>& store() const { return store_; }
+  Ref<Object> QueryInterface(StringView name) override;
+  void put_Path(const String& p) override;
+  String get_Path() override;
+  void put_Section(const String& s) override;
+  String get_Section() override;
+  bool SetValue(const String& f, const Variant& v, const String& d = u"\t") override;
+  Variant GetValue(const String& f, const String& d = u"\t") override;
+  Variant Version(bool show = false) override;
+
+  // The store this view belongs to.
+  const Ref<Object>& store() const { return store_; }
+  // The library's internal view of the store.
+  const std::shared_ptr<internal::Store>& access() const { return access_; }
 
  private:
-  Ref<Store> store_;
+  Ref<Object> store_;
+  std::shared_ptr<internal::Store> access_;
 };
-
-// The common part of a store's QueryInterface: the store itself for its
-// class name, a new view for "TarvoStdInterface", else nothing.
-template <class Store>
-Ref<Object> StoreQueryInterface(Store* self, StringView name) {
-  if (EqualsNoCase(name, u"TarvoStdInterface"))
-    return Ref<Object>(MakeRef<StdInterfaceView<Store>>(Ref<Store>(self)));
-  if (EqualsNoCase(name, self->ClassName())) return Ref<Object>(self);
-  return Ref<Object>();
-}
 
 }  // namespace tarvo2
 

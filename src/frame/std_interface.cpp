@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "frame/store.h"
 
 namespace tarvo2 {
 namespace {
@@ -62,4 +63,42 @@ Variant TarvoStdInterface::Version(bool bShow) {
                [&] { return Variant(VersionReport(*services_, u"TarvoStdInterface", bShow)); });
 }
 
+StdInterfaceView::StdInterfaceView(Ref<Object> store, std::shared_ptr<internal::Store> access)
+    : TarvoStdInterface(access->services()), store_(std::move(store)), access_(std::move(access)) {}
+StdInterfaceView::~StdInterfaceView() = default;
+
+String StdInterfaceView::ClassName() const { return store_->ClassName(); }
+
+Ref<Object> StdInterfaceView::QueryInterface(StringView name) {
+  if (EqualsNoCase(name, u"TarvoStdInterface")) return Ref<Object>(this);
+  return store_->QueryInterface(name);
+}
+
+void StdInterfaceView::put_Path(const String& p) { access_->PutPath(p); }
+String StdInterfaceView::get_Path() { return access_->GetPath(); }
+void StdInterfaceView::put_Section(const String& s) { access_->SelectSection(s); }
+String StdInterfaceView::get_Section() { return access_->GetSection(); }
+bool StdInterfaceView::SetValue(const String& f, const Variant& v, const String& d) {
+  return access_->SetStdValue(f, v, d);
+}
+Variant StdInterfaceView::GetValue(const String& f, const String& d) { return access_->GetStdValue(f, d); }
+Variant StdInterfaceView::Version(bool show) { return access_->StdVersion(show); }
+
+namespace internal {
+
+bool StoreKindOfClass(StringView class_name, StoreKind* kind) {
+  if (class_name == u"KivStorageString") *kind = StoreKind::kStorageString;
+  else if (class_name == u"KivRegistryKey") *kind = StoreKind::kRegistryKey;
+  else if (class_name == u"KivINIFileHandler") *kind = StoreKind::kIniFile;
+  else return false;
+  return true;
+}
+
+std::shared_ptr<Store> StoreOf(Object& object) {
+  Ref<Object> view = object.QueryInterface(u"TarvoStdInterface");
+  if (auto* v = dynamic_cast<StdInterfaceView*>(view.get())) return v->access();
+  return nullptr;
+}
+
+}  // namespace internal
 }  // namespace tarvo2

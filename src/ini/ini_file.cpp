@@ -2,6 +2,7 @@
 
 
 #include "ini/ini_access.h"
+#include "ini/store_adapter.h"
 #include "tarvo2/codec.h"
 #include "tarvo2/codepage.h"
 #include "tarvo2/convert.h"
@@ -76,11 +77,13 @@ const TypeInfo& KivINIFileHandler::Info() {
 }
 
 Ref<Object> KivINIFileHandler::QueryInterface(StringView interface_name) {
-  return StoreQueryInterface(this, interface_name);
+  return internal::StoreQueryInterface(*this, interface_name, [this] {
+    return std::make_shared<internal::IniFileStore>(Ref<KivINIFileHandler>(this));
+  });
 }
 
 Ref<TarvoStdInterface> KivINIFileHandler::StdInterface() {
-  return MakeRef<StdInterfaceView<KivINIFileHandler>>(Ref<KivINIFileHandler>(this));
+  return RefCast<TarvoStdInterface>(QueryInterface(u"TarvoStdInterface"));
 }
 
 // ---------------------------------------------------------------------------

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "registry/registry_access.h"
+#include "registry/store_adapter.h"
 #include "tarvo2/codec.h"
 #include "tarvo2/codepage.h"
 #include "tarvo2/convert.h"
@@ -128,7 +129,9 @@ const TypeInfo& KivRegistryKey::Info() {
 }
 
 Ref<Object> KivRegistryKey::QueryInterface(StringView interface_name) {
-  return StoreQueryInterface(this, interface_name);
+  return internal::StoreQueryInterface(*this, interface_name, [this] {
+    return std::make_shared<internal::RegistryKeyStore>(Ref<KivRegistryKey>(this));
+  });
 }
 
 Ref<TarvoStdInterface> KivRegistryKey::StdInterface() {

@@ -3,6 +3,7 @@
 #include "tarvo2/storage_string.h"
 
 #include "storage_string/text_search.h"
+#include "storage_string/store_adapter.h"
 #include "tarvo2/codec.h"
 #include "tarvo2/import.h"
 #include "tarvo2/library_errors.h"
@@ -49,11 +50,13 @@ KivStorageString::KivStorageString(std::shared_ptr<Services> services)
 }
 
 Ref<Object> KivStorageString::QueryInterface(StringView interface_name) {
-  return StoreQueryInterface(this, interface_name);
+  return internal::StoreQueryInterface(*this, interface_name, [this] {
+    return std::make_shared<internal::StorageStringStore>(Ref<KivStorageString>(this));
+  });
 }
 
 Ref<TarvoStdInterface> KivStorageString::StdInterface() {
-  return MakeRef<StdInterfaceView<KivStorageString>>(Ref<KivStorageString>(this));
+  return RefCast<TarvoStdInterface>(QueryInterface(u"TarvoStdInterface"));
 }
 
 const TypeInfo& KivStorageString::Info() {

@@ -5,6 +5,7 @@
 #include <map>
 #include <sstream>
 
+#include "storage_string/store_adapter.h"
 #include "tarvo2/tarvo2.h"
 #include "tarvo2/testing/file_system.h"
 #include "test_util.h"
@@ -254,26 +255,32 @@ TEST_F(ImportTest, IniSourcesArriveCutByTheReadBuffer) {
   }
 }
 
-// A stand-in whose class name is a store's and whose version is chosen.
+// A stand-in whose class name is a store's and whose version is chosen: an
+// empty storage string behind the store interface that counts the reads of
+// its page count.
 class FakeStore : public Object {
  public:
   explicit FakeStore(String version) : version_(std::move(version)) {}
   static const TypeInfo& Info() {
-    static const TypeInfo info = ClassBuilder<FakeStore>(u"KivStorageString")
-                                     .Method(u"Version", &FakeStore::Version, u"", {P(u"bShow", false)})
-                                     .Get(u"PageCount", &FakeStore::PageCount, u"")
-                                     .Build();
+    static const TypeInfo info = ClassBuilder<FakeStore>(u"KivStorageString").Build();
     return info;
   }
   const TypeInfo& GetTypeInfo() const override { return Info(); }
-  String Version(bool) { return version_; }
-  std::int32_t PageCount() {
-    ++reads;
-    return 0;
+  Ref<Object> QueryInterface(StringView name) override {
+    return internal::StoreQueryInterface(*this, name, [this] { return std::make_shared<Access>(this); });
   }
   int reads = 0;
 
  private:
+  struct Access : internal::StorageStringStore {
+    explicit Access(FakeStore* fake) : StorageStringStore(KivStorageString::Create()), fake(fake) {}
+    String Version() override { return fake->version_; }
+    std::int32_t PageCount() override {
+      ++fake->reads;
+      return 0;
+    }
+    FakeStore* fake;
+  };
   String version_;
 };
 
@@ -291,6 +298,16 @@ TEST_F(ImportTest, IncompatibleVersionsCopyNothingAndRaiseNothing) {
   LetProperty(dst, u"Value", Variant(good));
   EXPECT_EQ(good->reads, 1);
   EXPECT_EQ(Dump(Kind::kStorageString, dst), (Units{{u"", {}}}));
+}
+
+TEST_F(ImportTest, AFailedReadWritesTheValueReadBefore) {
+  // Page P2 begins with a field that has no end: listing it works, reading
+  // it raises 5, and its write still runs with the value of P1's field.
+  Variant src = Make(Kind::kStorageString, u"s", {{u"P1", {{u"a", Variant(1)}}}, {u"P2", {}}});
+  LetProperty(src, u"Value", u"<\\b={2");
+  Variant dst = Make(Kind::kIniFile, u"broken", {});
+  LetProperty(dst, u"Value", src);
+  EXPECT_EQ(Dump(Kind::kIniFile, dst), (Units{{u"P1", {{u"a", Variant(1)}}}, {u"P2", {{u"b", Variant(1)}}}}));
 }
 
 }  // namespace
