@@ -315,7 +315,7 @@ constexpr VarType ResultType() {
   else if constexpr (std::is_same_v<D, std::int32_t> || std::is_enum_v<D>) return VarType::kLong;
   else if constexpr (std::is_same_v<D, std::int16_t>) return VarType::kInteger;
   else if constexpr (std::is_same_v<D, double>) return VarType::kDouble;
-  else if constexpr (std::is_same_v<D, SafeArray>) return static_cast<VarType>(0x2000 | 12);
+  else if constexpr (std::is_same_v<D, SafeArray>) return ArrayOf(VarType::kVariant);
   else if constexpr (std::is_same_v<D, Variant>) return VarType::kVariant;
   else return VarType::kObject;
 }

@@ -43,6 +43,11 @@ enum class VarType : std::uint16_t {
   kArray = 0x2000,  // flag: or-ed with the element type
 };
 
+// The type tag of an array of `element` (kArray or-ed with it).
+constexpr VarType ArrayOf(VarType element) noexcept {
+  return static_cast<VarType>(static_cast<std::uint16_t>(VarType::kArray) | static_cast<std::uint16_t>(element));
+}
+
 // Error codes carried by Error values.
 inline constexpr std::int32_t kMissingArgument = static_cast<std::int32_t>(0x80020004);
 
@@ -123,7 +128,7 @@ class TARVO2_EXPORT Variant {
   // The element type of an array, kEmpty for a scalar.
   VarType ElementType() const noexcept;
 
-  bool IsEmpty() const noexcept { return v_.index() == 0; }
+  bool IsEmpty() const noexcept { return std::holds_alternative<std::monostate>(v_); }
   bool IsNull() const noexcept { return std::holds_alternative<NullValue>(v_); }
   bool IsBoolean() const noexcept { return std::holds_alternative<bool>(v_); }
   bool IsLong() const noexcept { return std::holds_alternative<std::int32_t>(v_); }
@@ -150,18 +155,27 @@ class TARVO2_EXPORT Variant {
   const Record& AsRecord() const;
   Record& AsRecord();
 
-  // Raw access to the underlying storage, for conversions.
-  using Storage = std::variant<std::monostate, NullValue, bool, std::uint8_t, std::int16_t,
-                               std::int32_t, float, double, Currency, Date, String,
-                               Ref<Object>, ErrorValue, detail::Box<SafeArray>,
-                               detail::Box<Record>>;
-  const Storage& storage() const noexcept { return v_; }
+  // Calls `f` with the value held, as its own type, and returns what `f`
+  // returns: std::monostate (Empty), NullValue, bool, std::uint8_t (Byte),
+  // std::int16_t (Integer), std::int32_t (Long), float (Single), double,
+  // Currency, Date, String, Ref<Object>, ErrorValue, SafeArray or Record.
+  // `f` must accept every one of them and return one type for all.
+  template <class F>
+  decltype(auto) Visit(F&& f) const;
+
+  // The value when the Variant holds exactly a T (one of the types that
+  // Visit passes), else null. Valid until the Variant changes.
+  template <class T>
+  const T* GetIf() const noexcept;
 
   // Exact equality of type and value (arrays and records element by
   // element, objects by identity). Not the runtime's comparison operator.
   friend TARVO2_EXPORT bool operator==(const Variant& a, const Variant& b);
 
  private:
+  using Storage = std::variant<std::monostate, NullValue, bool, std::uint8_t, std::int16_t, std::int32_t,
+                               float, double, Currency, Date, String, Ref<Object>, ErrorValue,
+                               detail::Box<SafeArray>, detail::Box<Record>>;
   Storage v_;
 };
 
@@ -232,6 +246,29 @@ class TARVO2_EXPORT Record {
   String type_name_;
   std::vector<std::pair<String, Variant>> fields_;
 };
+
+template <class F>
+decltype(auto) Variant::Visit(F&& f) const {
+  return std::visit(
+      [&f](const auto& x) -> decltype(auto) {
+        using T = std::decay_t<decltype(x)>;
+        if constexpr (std::is_same_v<T, detail::Box<SafeArray>> || std::is_same_v<T, detail::Box<Record>>)
+          return f(*x);
+        else
+          return f(x);
+      },
+      v_);
+}
+
+template <class T>
+const T* Variant::GetIf() const noexcept {
+  if constexpr (std::is_same_v<T, SafeArray> || std::is_same_v<T, Record>) {
+    auto* box = std::get_if<detail::Box<T>>(&v_);
+    return box ? &**box : nullptr;
+  } else {
+    return std::get_if<T>(&v_);
+  }
+}
 
 }  // namespace tarvo2
 

@@ -238,58 +238,65 @@ String DoubleToString(double d, int significant_digits) {
   return Ascii(s);
 }
 
+// Every conversion below names the types it handles; the last branch of
+// each lists the remaining ones, so that a new alternative of Variant fails
+// to compile here instead of converting by accident.
+template <class T, class... U>
+inline constexpr bool kIs = (std::is_same_v<T, U> || ...);
+
 String ToString(const Variant& v) {
-  const auto& st = v.storage();
-  switch (st.index()) {
-    case 0: return String();
-    case 1: RaiseRuntimeError(err::kInvalidUseOfNull);
-    case 2: return std::get<bool>(st) ? u"True" : u"False";
-    case 3: return Ascii(std::to_string(std::get<std::uint8_t>(st)));
-    case 4: return Ascii(std::to_string(std::get<std::int16_t>(st)));
-    case 5: return Ascii(std::to_string(std::get<std::int32_t>(st)));
-    case 6: return DoubleToString(std::get<float>(st), 7);
-    case 7: return DoubleToString(std::get<double>(st), 15);
-    case 8: return CurrencyToString(std::get<Currency>(st));
-    case 9: return DateToString(std::get<Date>(st).serial);
-    case 10: return std::get<String>(st);
-    case 11: return ToString(DefaultValue(v));
-    default: RaiseRuntimeError(err::kTypeMismatch);
-  }
+  return v.Visit([&](const auto& x) -> String {
+    using T = std::decay_t<decltype(x)>;
+    if constexpr (kIs<T, std::monostate>) return String();
+    else if constexpr (kIs<T, NullValue>) RaiseRuntimeError(err::kInvalidUseOfNull);
+    else if constexpr (kIs<T, bool>) return x ? u"True" : u"False";
+    else if constexpr (kIs<T, std::uint8_t, std::int16_t, std::int32_t>) return Ascii(std::to_string(x));
+    else if constexpr (kIs<T, float>) return DoubleToString(x, 7);
+    else if constexpr (kIs<T, double>) return DoubleToString(x, 15);
+    else if constexpr (kIs<T, Currency>) return CurrencyToString(x);
+    else if constexpr (kIs<T, Date>) return DateToString(x.serial);
+    else if constexpr (kIs<T, String>) return x;
+    else if constexpr (kIs<T, Ref<Object>>) return ToString(DefaultValue(v));
+    else {
+      static_assert(kIs<T, ErrorValue, SafeArray, Record>);
+      RaiseRuntimeError(err::kTypeMismatch);
+    }
+  });
 }
 
 double ToDouble(const Variant& v) {
-  const auto& st = v.storage();
-  switch (st.index()) {
-    case 0: return 0;
-    case 1: RaiseRuntimeError(err::kInvalidUseOfNull);
-    case 2: return std::get<bool>(st) ? -1 : 0;
-    case 3: return std::get<std::uint8_t>(st);
-    case 4: return std::get<std::int16_t>(st);
-    case 5: return std::get<std::int32_t>(st);
-    case 6: return std::get<float>(st);
-    case 7: return std::get<double>(st);
-    case 8: return static_cast<double>(std::get<Currency>(st).scaled) / 10000.0;
-    case 9: return std::get<Date>(st).serial;
-    case 10: return TextToDouble(std::get<String>(st));
-    case 11: return ToDouble(DefaultValue(v));
-    default: RaiseRuntimeError(err::kTypeMismatch);
-  }
+  return v.Visit([&](const auto& x) -> double {
+    using T = std::decay_t<decltype(x)>;
+    if constexpr (kIs<T, std::monostate>) return 0;
+    else if constexpr (kIs<T, NullValue>) RaiseRuntimeError(err::kInvalidUseOfNull);
+    else if constexpr (kIs<T, bool>) return x ? -1 : 0;
+    else if constexpr (kIs<T, std::uint8_t, std::int16_t, std::int32_t, float, double>) return x;
+    else if constexpr (kIs<T, Currency>) return static_cast<double>(x.scaled) / 10000.0;
+    else if constexpr (kIs<T, Date>) return x.serial;
+    else if constexpr (kIs<T, String>) return TextToDouble(x);
+    else if constexpr (kIs<T, Ref<Object>>) return ToDouble(DefaultValue(v));
+    else {
+      static_assert(kIs<T, ErrorValue, SafeArray, Record>);
+      RaiseRuntimeError(err::kTypeMismatch);
+    }
+  });
 }
 
 std::int32_t ToLong(const Variant& v) {
-  const auto& st = v.storage();
-  switch (st.index()) {
-    case 0: return 0;
-    case 1: RaiseRuntimeError(err::kInvalidUseOfNull);
-    case 2: return std::get<bool>(st) ? -1 : 0;
-    case 3: return std::get<std::uint8_t>(st);
-    case 4: return std::get<std::int16_t>(st);
-    case 5: return std::get<std::int32_t>(st);
-    case 10: return TextToLong(std::get<String>(st));
-    case 11: return ToLong(DefaultValue(v));
-    case 12: case 13: case 14: RaiseRuntimeError(err::kTypeMismatch);
-    default: return RoundToLong(ToDouble(v));
-  }
+  return v.Visit([&](const auto& x) -> std::int32_t {
+    using T = std::decay_t<decltype(x)>;
+    if constexpr (kIs<T, std::monostate>) return 0;
+    else if constexpr (kIs<T, NullValue>) RaiseRuntimeError(err::kInvalidUseOfNull);
+    else if constexpr (kIs<T, bool>) return x ? -1 : 0;
+    else if constexpr (kIs<T, std::uint8_t, std::int16_t, std::int32_t>) return x;
+    else if constexpr (kIs<T, float, double, Currency, Date>) return RoundToLong(ToDouble(v));
+    else if constexpr (kIs<T, String>) return TextToLong(x);
+    else if constexpr (kIs<T, Ref<Object>>) return ToLong(DefaultValue(v));
+    else {
+      static_assert(kIs<T, ErrorValue, SafeArray, Record>);
+      RaiseRuntimeError(err::kTypeMismatch);
+    }
+  });
 }
 
 std::int16_t ToInteger(const Variant& v) {
@@ -311,35 +318,37 @@ std::uint8_t ToByte(const Variant& v) {
 }
 
 Currency ToCurrency(const Variant& v) {
-  if (auto* c = std::get_if<Currency>(&v.storage())) return *c;
+  if (const Currency* c = v.GetIf<Currency>()) return *c;
   double d = ToDouble(v) * 10000.0;
   if (std::fabs(d) >= 9.2233720368547758e18) RaiseRuntimeError(err::kOverflow);
   return Currency{static_cast<std::int64_t>(RoundHalfEven(d))};
 }
 
 Date ToDate(const Variant& v) {
-  if (auto* d = std::get_if<Date>(&v.storage())) return *d;
+  if (const Date* d = v.GetIf<Date>()) return *d;
   if (v.IsString()) RaiseRuntimeError(err::kTypeMismatch);
   return Date{ToDouble(v)};
 }
 
 bool ToBool(const Variant& v) {
-  const auto& st = v.storage();
-  switch (st.index()) {
-    case 0: return false;
-    case 1: RaiseRuntimeError(err::kInvalidUseOfNull);
-    case 2: return std::get<bool>(st);
-    case 10: {
-      const String& s = std::get<String>(st);
-      String t = Trim(s);
+  return v.Visit([&](const auto& x) -> bool {
+    using T = std::decay_t<decltype(x)>;
+    if constexpr (kIs<T, std::monostate>) return false;
+    else if constexpr (kIs<T, NullValue>) RaiseRuntimeError(err::kInvalidUseOfNull);
+    else if constexpr (kIs<T, bool>) return x;
+    else if constexpr (kIs<T, std::uint8_t, std::int16_t, std::int32_t, float, double, Currency, Date>)
+      return ToDouble(v) != 0;
+    else if constexpr (kIs<T, String>) {
+      String t = Trim(x);
       if (EqualsNoCase(t, u"True")) return true;
       if (EqualsNoCase(t, u"False")) return false;
-      return TextToDouble(s) != 0;
+      return TextToDouble(x) != 0;
+    } else if constexpr (kIs<T, Ref<Object>>) return ToBool(DefaultValue(v));
+    else {
+      static_assert(kIs<T, ErrorValue, SafeArray, Record>);
+      RaiseRuntimeError(err::kTypeMismatch);
     }
-    case 11: return ToBool(DefaultValue(v));
-    case 12: case 13: case 14: RaiseRuntimeError(err::kTypeMismatch);
-    default: return ToDouble(v) != 0;
-  }
+  });
 }
 
 Ref<Object> ToObject(const Variant& v) {

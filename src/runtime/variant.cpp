@@ -8,31 +8,47 @@ namespace tarvo2 {
 Variant::Variant(SafeArray a) : v_(detail::Box<SafeArray>(std::move(a))) {}
 Variant::Variant(Record r) : v_(detail::Box<Record>(std::move(r))) {}
 
+namespace {
+
+template <class T, class... U>
+inline constexpr bool kIsOneOf = (std::is_same_v<T, U> || ...);
+
+}  // namespace
+
 VarType Variant::Type() const noexcept {
-  static constexpr VarType kByIndex[] = {
-      VarType::kEmpty,  VarType::kNull,     VarType::kBoolean, VarType::kByte,
-      VarType::kInteger, VarType::kLong,    VarType::kSingle,  VarType::kDouble,
-      VarType::kCurrency, VarType::kDate,   VarType::kString,  VarType::kObject,
-      VarType::kError,  VarType::kArray,    VarType::kRecord};
-  VarType t = kByIndex[v_.index()];
-  if (t == VarType::kArray)
-    return static_cast<VarType>(static_cast<std::uint16_t>(VarType::kArray) |
-                                static_cast<std::uint16_t>(ElementType()));
-  return t;
+  return Visit([](const auto& x) -> VarType {
+    using T = std::decay_t<decltype(x)>;
+    if constexpr (std::is_same_v<T, std::monostate>) return VarType::kEmpty;
+    else if constexpr (std::is_same_v<T, NullValue>) return VarType::kNull;
+    else if constexpr (std::is_same_v<T, bool>) return VarType::kBoolean;
+    else if constexpr (std::is_same_v<T, std::uint8_t>) return VarType::kByte;
+    else if constexpr (std::is_same_v<T, std::int16_t>) return VarType::kInteger;
+    else if constexpr (std::is_same_v<T, std::int32_t>) return VarType::kLong;
+    else if constexpr (std::is_same_v<T, float>) return VarType::kSingle;
+    else if constexpr (std::is_same_v<T, double>) return VarType::kDouble;
+    else if constexpr (std::is_same_v<T, Currency>) return VarType::kCurrency;
+    else if constexpr (std::is_same_v<T, Date>) return VarType::kDate;
+    else if constexpr (std::is_same_v<T, String>) return VarType::kString;
+    else if constexpr (std::is_same_v<T, Ref<Object>>) return VarType::kObject;
+    else if constexpr (std::is_same_v<T, ErrorValue>) return VarType::kError;
+    else if constexpr (std::is_same_v<T, SafeArray>) return ArrayOf(x.ElementType());
+    else {
+      static_assert(std::is_same_v<T, Record>, "every alternative needs its type tag");
+      return VarType::kRecord;
+    }
+  });
 }
 
 VarType Variant::ElementType() const noexcept {
-  if (auto* a = std::get_if<detail::Box<SafeArray>>(&v_)) return (*a)->ElementType();
+  if (const SafeArray* a = GetIf<SafeArray>()) return a->ElementType();
   return VarType::kEmpty;
 }
 
 bool Variant::IsNumber() const noexcept {
-  switch (v_.index()) {
-    case 3: case 4: case 5: case 6: case 7: case 8:
-      return true;
-    default:
-      return false;
-  }
+  return Visit([](const auto& x) {
+    using T = std::decay_t<decltype(x)>;
+    return kIsOneOf<T, std::uint8_t, std::int16_t, std::int32_t, float, double, Currency>;
+  });
 }
 
 bool Variant::AsBool() const {
