@@ -6,6 +6,7 @@
 #include <random>
 
 #include "ss_test_util.h"
+#include "storage_string/splice.h"
 #include "storage_string/text_search.h"
 
 namespace tarvo2 {
@@ -103,6 +104,53 @@ TEST(StorageStringSearch, ScannersAgreeWithStdFind) {
     for (std::size_t p = expect_fwd; p != String::npos; p = hay.find(needle, p + needle.size()))
       expect_all.push_back(p);
     EXPECT_EQ(all, expect_all);
+  }
+}
+
+TEST(StorageStringSearch, SplicesMatchesInEitherDirection) {
+  struct Row {
+    const char16_t* text;
+    const char16_t* hay;  // null: the text itself
+    const char16_t* needle;
+    const char16_t* with;
+    std::size_t start;
+    bool up, all;
+    const char16_t* want;
+    std::size_t count, after;
+  };
+  const Row rows[] = {
+      {u"banana", nullptr, u"a", u"X", 1, false, false, u"bXnana", 1, 3},
+      {u"banana", nullptr, u"a", u"X", 1, false, true, u"bXnXnX", 3, 7},
+      {u"banana", nullptr, u"ana", u"X", 1, false, true, u"bXna", 1, 3},  // no overlaps
+      {u"banana", nullptr, u"a", u"XYZ", 3, false, true, u"banXYZnXYZ", 2, 11},
+      {u"abab", nullptr, u"ab", u"cd", 2, false, true, u"abcd", 1, 5},
+      {u"abc", nullptr, u"x", u"y", 1, false, true, u"abc", 0, 0},
+      {u"abc", nullptr, u"a", u"y", 2, false, false, u"abc", 0, 0},
+      {u"abxab", nullptr, u"ab", u"Y", 5, true, true, u"YxY", 2, 2},
+      {u"abxab", nullptr, u"ab", u"Z", 5, true, false, u"abxZ", 1, 5},
+      {u"abxab", nullptr, u"ab", u"Z", 4, true, false, u"Zxab", 1, 2},  // must end at or before 4
+      {u"abab", nullptr, u"ab", u"Z", 9, true, true, u"ZZ", 2, 2},       // first match at 1, next to another
+      {u"abab", nullptr, u"ab", u"", 4, true, true, u"", 2, 1},
+      {u"abab", nullptr, u"ab", u"XYZ", 4, true, true, u"XYZXYZ", 2, 4},
+      {u"abab", nullptr, u"ab", u"XYZ", 4, true, false, u"abXYZ", 1, 6},
+      {u"ab", nullptr, u"abc", u"x", 2, true, true, u"ab", 0, 0},
+      {u"aBcb", u"ABCB", u"B", u"x", 1, false, true, u"axcx", 2, 5},  // compared in upper case
+  };
+  for (const Row& row : rows) {
+    String text = row.text;
+    SCOPED_TRACE(ToUtf8(text + u" " + row.needle + u"->" + row.with) + (row.up ? " up" : " down") +
+                 (row.all ? " all from " : " one from ") + std::to_string(row.start));
+    storage_string::Splice s;
+    s.hay = row.hay ? StringView(row.hay) : StringView(text);
+    s.needle = row.needle;
+    s.replacement = row.with;
+    s.start = row.start;
+    s.up = row.up;
+    s.all = row.all;
+    std::size_t after = 0;
+    EXPECT_EQ(storage_string::SpliceMatches(text, s, &after), row.count);
+    EXPECT_EQ(text, row.want);
+    EXPECT_EQ(after, row.after);
   }
 }
 
