@@ -89,7 +89,7 @@ class Store;  // the library's internal view of a store
 // Section of its own). TypeName gives the store's class name,
 // QueryInterface answers like the store, and SameObject (dispatch.h) holds
 // between the view and the store.
-class StdInterfaceView : public TarvoStdInterface {
+class TARVO2_EXPORT StdInterfaceView : public TarvoStdInterface {
  public:
   // REQUIRES: `access` is the library's internal view of `store`.
   StdInterfaceView(Ref<Object> store, std::shared_ptr<internal::Store> access);
