@@ -53,7 +53,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   ss->put_Value(Variant(page));
   // Any page lists its fields and reads each of them.
   try {
-    for (const Variant& name : ss->GetFieldNames().Items())
+    const SafeArray names = ss->GetFieldNames();
+    for (const Variant& name : names.Items())
       ss->GetValue(name.AsString(), u"\t", true, true, Variant(u"<missing>"));
   } catch (const Error&) {
     // Names that are no valid field names are refused with an error.
