@@ -10,6 +10,7 @@
 
 #include "tarvo2/file_system.h"
 #include "tarvo2/profile_store.h"
+#include "tarvo2/testing/file_system.h"
 
 using namespace tarvo2;
 
@@ -89,8 +90,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   };
   const std::string section = Trim(clean(parts[1], "abcAB_09 .\xe4\xc4"), " ");
   const std::string key = Trim(clean(parts[2], "abcAB_09 .\xe4\xc4"), " ");
-  std::string value = Trim(clean(parts[3], "abcAB_09 =;[]\"'#.\xe4\xc4\t"), " \t");
-  if (value.size() >= 2 && (value[0] == '"' || value[0] == '\'') && value.back() == value[0]) value.pop_back();
+  // A value inside a matching pair of quotes loses them on reading: cut
+  // the closing one until no pair is left (`""""` takes three cuts).
+  std::string value = clean(parts[3], "abcAB_09 =;[]\"'#.\xe4\xc4\t");
+  for (value = Trim(value, " \t"); value.size() >= 2 && (value[0] == '"' || value[0] == '\'') && value.back() == value[0];
+       value = Trim(value, " \t"))
+    value.pop_back();
   if (key.empty()) return 0;
   if (!store->WritePrivateProfileString(section.c_str(), key.c_str(), value.c_str(), kFile)) std::abort();
   if (Get(store.get(), section, key) != value) std::abort();
