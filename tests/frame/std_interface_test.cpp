@@ -49,13 +49,6 @@ TEST(StdInterface, TheBareClassStoresNothing) {
   EXPECT_EQ(GetProperty(s, u"Section"), Variant(u""));
   EXPECT_EQ(Call(s, u"SetValue", {u"a", 1}), Variant(false));
   EXPECT_EQ(Call(s, u"GetValue", {u"a"}), Variant());
-  const TypeInfo& ti = TarvoStdInterface::Info();
-  std::vector<String> names;
-  for (const auto& m : ti.members) names.push_back(m.name);
-  EXPECT_EQ(names, (std::vector<String>{u"Path", u"Path", u"Section", u"Section", u"SetValue", u"GetValue",
-                                        u"Version"}));
-  EXPECT_EQ(ti.members[4].help, u"Sets a value in a field");
-  EXPECT_EQ(*ti.members[4].params[2].default_value, Variant(u"\t"));
 }
 
 }  // namespace

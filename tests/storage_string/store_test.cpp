@@ -1,5 +1,5 @@
 // Binding to client objects, protection, files, the default property (write)
-// with import, the common interface and the automation interface.
+// with import, and a call by name.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -223,36 +223,7 @@ TEST(StorageStringValue, WritesTextOrImportsStores) {
   EXPECT_EQ(ss->GetValue(u"b"), Variant(2));
 }
 
-TEST(StorageStringStdInterface, SectionsArePagesByExactName) {
-  auto ss = KivStorageString::Create();
-  Ref<TarvoStdInterface> std_if = RefCast<TarvoStdInterface>(ss->QueryInterface(u"tarvostdinterface"));
-  ASSERT_TRUE(std_if);
-  std_if->put_Section(u"Settings");
-  std_if->SetValue(u"List", SafeArray::OfStrings({u"1", u"2"}));
-  ss->put_Page(1);
-  std_if->put_Section(u"Settings");  // selects page 2 again
-  EXPECT_EQ(std_if->GetValue(u"List"), Longs({1, 2}));
-  std_if->put_Section(u"settings");  // exact names: a new page
-  EXPECT_EQ(std_if->get_Path() + std_if->get_Section() + ToString(ss->get_PageCount()), u"settings3");
-}
-
-TEST(StorageStringDispatch, MembersInOrderAndALateBoundCall) {
-  const TypeInfo& info = KivStorageString::Info();
-  EXPECT_TRUE(info.creatable && info.name == u"KivStorageString" && info.IdOfName(u"value") == kDispIdValue);
-  String listed;
-  for (const MemberInfo& m : info.members) {
-    listed += String(m.kind == InvokeKind::kGet   ? u"<"
-                     : m.kind == InvokeKind::kLet ? u">"
-                     : m.kind == InvokeKind::kSet ? u"=" : u"") + m.name + u" ";
-  }
-  EXPECT_EQ(listed,
-            u"<Value <OuterTagStart >OuterTagStart <OuterTagEnd >OuterTagEnd <InnerTagStart >InnerTagStart "
-            u"<InnerTagEnd >InnerTagEnd <ToggleValues >ToggleValues <ToggleDelimiter >ToggleDelimiter SetValue "
-            u"GetValue GetFieldNames DeleteField GetAndConcatenate Toggle <Page >Page <PageName >PageName "
-            u"<PageCount <MultiPage >MultiPage >EncryptionKey >Encrypted Clear AddPage DeletePage GetPageNames "
-            u"<BindMode >BindMode <BoundObject =BoundObject <Protect >Protect <Cursor >Cursor <LineCount "
-            u"<LineNumber >LineNumber FetchLine InsertText ExtractText <LastExtraction LookFor Find Replace Load "
-            u"Save >Value Version ");
+TEST(StorageStringDispatch, ALateBoundCallWithNamedArgumentsAfterOmittedOnes) {
   Variant ss{KivStorageString::Create()};
   LetProperty(ss, u"Value", u"abcabc");  // omitted: bCaseSensitive, bUseLastExtraction
   EXPECT_EQ(Call(ss, u"Find", {u"c", Named(u"eSearchDirection", 0), Named(u"bStartFromCursor", false)}), Variant(6));
