@@ -78,6 +78,7 @@ TEST(Codec, PrepForGetDetectsArraysAndNumbers) {
       {"other types", Variant(2.5), u"\t", true, true, Variant()},
       {"empty delimiter", Variant(u"abc"), u"", true, true, Strings({u"abc"})},
       {"empty delimiter, number", Variant(u"42"), u"", true, true, Longs({42})},
+      {"empty delimiter, empty text", Variant(u""), u"", true, true, Variant(u"")},
       {"trailing delimiter", Variant(u"1\t"), u"\t", true, true, Strings({u"1", u""})},
   };
   for (auto& r : rows) {

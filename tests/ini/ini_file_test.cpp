@@ -65,6 +65,12 @@ TEST_F(IniFileTest, AccessLayerWritesCodePageTextToUtf8PathsAndLabelsStoreErrors
   EXPECT_EQ(ini::INIGetValue(*services_, path, s, k, u""), u"\u00fc?");
   EXPECT_EQ(ini::INIGetSections(*services_, path), s + String(1, u'\0'));
   EXPECT_EQ(ini::INIGetValue(*services_, path, s, u"none", u"d\u00e9  "), u"d\u00e9");
+  // Name lists: only spaces is none; otherwise the last character goes
+  // (the list's own NUL, or a cut name's last) and NULs split.
+  using namespace std::string_literals;
+  const std::pair<String, std::vector<String>> lists[] = {
+      {u"", {}}, {u"   ", {}}, {u"\0"s, {u""}}, {u"A\0BC\0"s, {u"A", u"BC"}}, {u" A\0Bc"s, {u" A", u"B"}}};
+  for (const auto& [list, names] : lists) EXPECT_EQ(ini::DecodeNameList(list), names) << ToUtf8(list);
   services_->set_profile_store(std::make_shared<FailingStore>());
   EXPECT_ERROR(ini_->GetFieldNames(), 7, u"Out of memory",
                u"Store\r\nKivINIFileHandler.INIGetFields\r\nKivINIFileHandler.GetFieldNames");

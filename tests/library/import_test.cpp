@@ -301,13 +301,22 @@ TEST_F(ImportTest, IncompatibleVersionsCopyNothingAndRaiseNothing) {
 }
 
 TEST_F(ImportTest, AFailedReadWritesTheValueReadBefore) {
-  // Page P2 begins with a field that has no end: listing it works, reading
-  // it raises 5, and its write still runs with the value of P1's field.
-  Variant src = Make(Kind::kStorageString, u"s", {{u"P1", {{u"a", Variant(1)}}}, {u"P2", {}}});
-  LetProperty(src, u"Value", u"<\\b={2");
-  Variant dst = Make(Kind::kIniFile, u"broken", {});
-  LetProperty(dst, u"Value", src);
-  EXPECT_EQ(Dump(Kind::kIniFile, dst), (Units{{u"P1", {{u"a", Variant(1)}}}, {u"P2", {{u"b", Variant(1)}}}}));
+  // The last page begins with a field that has no end: listing it works,
+  // reading it raises 5, and its write still runs with the value read
+  // before: P1's field, or Empty (written as "") when it is the first.
+  struct Row { const char* what; Units pages, imported; } rows[] = {
+      {"after another page", {{u"P1", {{u"a", Variant(1)}}}, {u"P2", {}}},
+       {{u"P1", {{u"a", Variant(1)}}}, {u"P2", {{u"b", Variant(1)}}}}},
+      {"first of all", {{u"P1", {}}}, {{u"P1", {{u"b", Variant(u"")}}}}},
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(r.what);
+    Variant src = Make(Kind::kStorageString, u"s", r.pages);
+    LetProperty(src, u"Value", u"<\\b={2");
+    Variant dst = Make(Kind::kIniFile, u"broken" + String(1, static_cast<char16_t>(u'0' + r.pages.size())), {});
+    LetProperty(dst, u"Value", src);
+    EXPECT_EQ(Dump(Kind::kIniFile, dst), r.imported);
+  }
 }
 
 }  // namespace

@@ -126,7 +126,7 @@ TEST_P(FileSystemTest, ReadWriteAppendDeleteExistsAndTheirFailures) {
   Write("a.ini", "");
   struct Row { std::string path; bool exists; };
   const Row rows[] = {{"", false}, {P("a.ini"), true}, {P("A.INI"), false}, {P("empty/"), true}, {P("*.ini"), true},
-                      {P("x*"), false}, {P("??.ini"), false}, {P("empty/*"), false}, {P("blank/*"), false},
+                      {P("x*"), false}, {P("?.in?"), true}, {P("??.ini"), false}, {P("empty/*"), false}, {P("blank/*"), false},
                       {P("blank/  "), false}, {P("a.ini/x"), false}};
   for (const Row& r : rows) EXPECT_EQ(fs_->PathExists(r.path), r.exists) << r.path;
 }
@@ -442,6 +442,27 @@ TEST_F(ProfileStoreTest, RefusedWritesKeepTheOldFileAndLeaveNoOther) {
   EXPECT_EQ(ChildrenOf(fs_.get(), "/d"), Names{"p.ini"});
 }
 
+// Time stamps that stand still, as coarse ones do within one tick: another
+// writer's change of the same size, in place, right after a read is seen.
+TEST_F(ProfileStoreTest, ChangesWithinOneTimeStampTickAreSeen) {
+  struct StillClock : FileSystemWrapper {
+    using FileSystemWrapper::FileSystemWrapper;
+    FileStatus GetFileInfo(const std::string& path, FileInfo* info) override {
+      FileStatus s = FileSystemWrapper::GetFileInfo(path, info);
+      info->mtime_ns = info->ctime_ns = tick;
+      return s;
+    }
+    FileStatus GetFileVersion(const std::string& path, FileInfo* info) override { return GetFileInfo(path, info); }
+    int64_t tick = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                       std::chrono::system_clock::now().time_since_epoch()).count();
+  };
+  auto store = NewProfileStore(std::make_shared<StillClock>(fs_));
+  for (const char* value : {"1", "2", "3"}) {
+    Put(std::string("[S]\nk=") + value + "\n");
+    EXPECT_EQ(Value("S", "k", "<def>", store.get()), value);
+  }
+}
+
 // On real files.
 
 TEST_F(ProfileStoreTest, DiskCacheSeesOtherWritersAndUnchangedValuesAreNotWritten) {
@@ -644,6 +665,8 @@ TEST_F(RegistryStoreTest, ValuesKeepExactBytesAndTypeAndTheirOrder) {
     return std::to_string(c) + "|" + name + "|" + std::to_string(len) + "|" + std::to_string(size) + "|" + data;
   };
   EXPECT_EQ("234|al|3|8|replaced########", second(3, 16));
+  EXPECT_EQ("234|alph|5|8|replaced########", second(5, 16));  // no room for the NUL
+  EXPECT_EQ("0|alpha|5|8|replaced########", second(6, 16));
   EXPECT_EQ("234|xxx|8|8|################", second(8, 2));
   for (const char* sub : {"b", "_x", "C", "A", "\xE4", "\xC1"}) Create(s_, key, sub);
   // Letter case is folded upwards: "_" sorts after the letters.

@@ -161,6 +161,7 @@ TEST(Dispatch, DynamicObjectsCreatePropertiesOnAssignment) {
   Variant form{MakeRef<DynamicObject>(u"Form")};
   LetProperty(form, u"Top", 10);
   EXPECT_EQ(GetProperty(form, u"top"), Variant(10));
+  EXPECT_EQ(form.AsObject()->GetIdOfName(u"vALUE"), kDispIdValue);  // the default member, in any letter case
   EXPECT_ERROR(GetProperty(form, u"Left"), 438, StandardDescription(438), u"Tarvo2");
   EXPECT_EQ(TypeName(form), u"Form");
 }

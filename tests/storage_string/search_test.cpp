@@ -130,6 +130,7 @@ TEST(StorageStringSearch, SplicesMatchesInEitherDirection) {
       {u"abxab", nullptr, u"ab", u"Z", 5, true, false, u"abxZ", 1, 5},
       {u"abxab", nullptr, u"ab", u"Z", 4, true, false, u"Zxab", 1, 2},  // must end at or before 4
       {u"abab", nullptr, u"ab", u"Z", 9, true, true, u"ZZ", 2, 2},       // first match at 1, next to another
+      {u"aaa", nullptr, u"aa", u"Y", 3, true, true, u"aY", 1, 3},        // no overlaps upwards either
       {u"abab", nullptr, u"ab", u"", 4, true, true, u"", 2, 1},
       {u"abab", nullptr, u"ab", u"XYZ", 4, true, true, u"XYZXYZ", 2, 4},
       {u"abab", nullptr, u"ab", u"XYZ", 4, true, false, u"abXYZ", 1, 6},
