@@ -4,7 +4,7 @@
 //
 //   ./ini_bench [--benchmark_filter=...]
 //
-// "cached" uses the process-wide profile store, which keeps the parsed file
+// "cached" uses a context's default profile store, which keeps the parsed file
 // and re-validates it against the file at every call. "parse per call"
 // gives every call a fresh profile store, so the file is read and parsed
 // each time. configparser is timed inside Python (python3 on the PATH):
@@ -79,15 +79,16 @@ void MakeFile() {
   std::this_thread::sleep_for(std::chrono::milliseconds(2100));
 }
 
-tarvo2::Ref<tarvo2::KivINIFileHandler> Handler() {
-  auto ini = tarvo2::KivINIFileHandler::Create();
+// A handler on the bench file in a context of its own, whose profile store
+// `services` holds (a new one per benchmark: no cache carried over).
+tarvo2::Ref<tarvo2::KivINIFileHandler> Handler(const std::shared_ptr<tarvo2::Services>& services) {
+  auto ini = tarvo2::KivINIFileHandler::Create(services);
   ini->put_Path(tarvo2::FromUtf8(g_file));
   return ini;
 }
 
 void BM_GetValueCached(benchmark::State& state) {
-  tarvo2::SetProfileStore(nullptr);
-  auto ini = Handler();
+  auto ini = Handler(tarvo2::Services::New());
   size_t i = 0;
   for (auto _ : state) {
     const auto& [section, key] = g_pairs[i++ % g_pairs.size()];
@@ -121,15 +122,15 @@ void BM_GetValueCachedMemFs(benchmark::State& state) {
 BENCHMARK(BM_GetValueCachedMemFs)->Iterations(1000000);
 
 void BM_GetValueParsePerCall(benchmark::State& state) {
-  auto ini = Handler();
+  auto services = tarvo2::Services::New();
+  auto ini = Handler(services);
   size_t i = 0;
   for (auto _ : state) {
     const auto& [section, key] = g_pairs[i++ % g_pairs.size()];
-    tarvo2::SetProfileStore(tarvo2::NewProfileStore());  // an empty cache
+    services->set_profile_store(tarvo2::NewProfileStore());  // an empty cache
     ini->put_Section(section);
     benchmark::DoNotOptimize(ini->GetValue(key));
   }
-  tarvo2::SetProfileStore(nullptr);
 }
 BENCHMARK(BM_GetValueParsePerCall);
 
@@ -222,8 +223,7 @@ BENCHMARK(BM_Writers)
     ->Unit(benchmark::kMillisecond);
 
 void BM_SetValueCached(benchmark::State& state) {
-  tarvo2::SetProfileStore(nullptr);
-  auto ini = Handler();
+  auto ini = Handler(tarvo2::Services::New());
   size_t i = 0;
   for (auto _ : state) {
     const auto& [section, key] = g_pairs[i % g_pairs.size()];
@@ -235,15 +235,15 @@ void BM_SetValueCached(benchmark::State& state) {
 BENCHMARK(BM_SetValueCached);
 
 void BM_SetValueParsePerCall(benchmark::State& state) {
-  auto ini = Handler();
+  auto services = tarvo2::Services::New();
+  auto ini = Handler(services);
   size_t i = 0;
   for (auto _ : state) {
     const auto& [section, key] = g_pairs[i % g_pairs.size()];
-    tarvo2::SetProfileStore(tarvo2::NewProfileStore());
+    services->set_profile_store(tarvo2::NewProfileStore());
     ini->put_Section(section);
     ini->SetValue(key, static_cast<int32_t>(i++) + 1000000);
   }
-  tarvo2::SetProfileStore(nullptr);
 }
 BENCHMARK(BM_SetValueParsePerCall);
 

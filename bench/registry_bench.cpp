@@ -36,11 +36,12 @@ Folder& TempFolder() {
   return folder;
 }
 
-// The library side: one key object on a registry file.
+// The library side: one key object on a registry file, in a context of its own.
 Ref<KivRegistryKey> BenchKey() {
   static Ref<KivRegistryKey> key = [] {
-    SetRegistryLocation(TempFolder().path + "/registry.sqlite3");
-    auto k = KivRegistryKey::Create();
+    auto services = Services::New();
+    services->set_registry_location(TempFolder().path + "/registry.sqlite3");
+    auto k = KivRegistryKey::Create(services);
     k->put_KeyName(u"Software\\Vendor\\Bench");
     k->SetValue(u"Colour", Variant(String(kText, kText + sizeof kText - 1)));
     return k;

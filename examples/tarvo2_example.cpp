@@ -275,14 +275,16 @@ void WindowPlacement(std::vector<Variant>& stores) {
   }
 }
 
-// A registry whose database cannot be opened (its folder is a plain file).
-// Such failures of the store are recorded, not raised: the client sees them
-// in ErrorState.
+// A registry whose database cannot be opened (its folder is a plain file),
+// in a services context of its own beside the example's registry. Such
+// failures of the store are recorded, not raised: the client sees them in
+// ErrorState.
 void StoreFailure() {
   Heading("A failing store, seen through ErrorState");
   std::ofstream(g_folder + "not-a-folder") << "a file where a folder should be\n";
-  SetRegistryLocation(g_folder + "not-a-folder/registry.sqlite3");
-  Variant key(CreateObject(u"Tarvo2.KivRegistryKey"));
+  auto unreachable = Services::New();
+  unreachable->set_registry_location(g_folder + "not-a-folder/registry.sqlite3");
+  Variant key(CreateObject(u"Tarvo2.KivRegistryKey", unreachable));
   LetProperty(key, u"KeyName", u"Software\\Tarvo2 Example\\Unreachable");
   Variant written = Call(key, u"SetValue", {u"Greeting", u"Hello"});
   std::cout << "  registry at " << U8(FromUtf8(g_folder + "not-a-folder/registry.sqlite3")) << "\n";
@@ -294,7 +296,6 @@ void StoreFailure() {
             << Show(GetProperty(key, u"ErrorState")) << "\n";
   Call(key, u"ErrorStateClear");
   std::cout << "  after ErrorStateClear: ErrorState = " << Show(GetProperty(key, u"ErrorState")) << "\n";
-  SetRegistryLocation(g_folder + "registry.sqlite3");
 }
 
 void CopyAcross(std::vector<Variant>& stores) {

@@ -43,8 +43,9 @@ TEST(Library, RaiseSwitchIsWriteOnlyAndShared) {
 }
 
 TEST(Library, CentresOnTheScreenOrWithinAnotherForm) {
-  SetScreenSize(12000, 9000);
-  Variant lib(GetTarvoLibrary());
+  auto services = Services::New();
+  services->set_screen(NewFixedScreenService(12000, 9000));
+  Variant lib(TarvoLibrary::Create(services));
   Variant f = Form(0, 0, 4000, 3000);
   Call(lib, u"KivCenterForm", {ByRef(f)});
   EXPECT_EQ(GetProperty(f, u"Top"), Variant(2325.0));
@@ -58,7 +59,6 @@ TEST(Library, CentresOnTheScreenOrWithinAnotherForm) {
   Variant maximised = Form(1, 2, 4000, 3000, 2);
   Call(lib, u"KivCenterForm", {ByRef(maximised)});
   EXPECT_EQ(GetProperty(maximised, u"Top"), Variant(1.0));
-  SetScreenService(nullptr);
 }
 
 TEST(Library, FailuresOfTheFormCarryTheBareLabel) {

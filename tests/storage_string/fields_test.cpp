@@ -8,9 +8,12 @@ namespace tarvo2 {
 namespace {
 
 using namespace sstest;
+using StorageStringFields = Fixture;
+using StorageStringPages = Fixture;
+using StorageStringCipher = Fixture;
 
-TEST(StorageStringFields, WritesTheFormatInPlaceAndReadsNamesExactly) {
-  auto ss = KivStorageString::Create();
+TEST_F(StorageStringFields, WritesTheFormatInPlaceAndReadsNamesExactly) {
+  auto ss = NewStore();
   EXPECT_TRUE(ss->SetValue(u"Colour", u"Red"));
   ss->SetValue(u"Size", 12);
   ss->SetValue(u"Colour", u"Blue");  // edited in place
@@ -22,7 +25,7 @@ TEST(StorageStringFields, WritesTheFormatInPlaceAndReadsNamesExactly) {
   EXPECT_EQ(ss->GetValue(u"f"), Variant(u"a;b}c/d>"));
 }
 
-TEST(StorageStringFields, RejectsTagTextsAndBlankNamesKeepingThePage) {
+TEST_F(StorageStringFields, RejectsTagTextsAndBlankNamesKeepingThePage) {
   struct Row { String name, value, delimiter; } rows[] = {
       {u"a", u"x/>y", u"\t"}, {u"a={", u"v", u"\t"}, {u"a", u"v", u"};"}, {u"a", u"<\\", u","}};
   auto ss = Page(u"<\\keep={1};/>");
@@ -43,7 +46,7 @@ TEST(StorageStringFields, RejectsTagTextsAndBlankNamesKeepingThePage) {
 
 // Through calls by name: a changed tag is legal inside names and values,
 // while the four fixed texts stay illegal under any tags.
-TEST(StorageStringFields, ValidatesTheFixedTextsOnlyAfterTagsChange) {
+TEST_F(StorageStringFields, ValidatesTheFixedTextsOnlyAfterTagsChange) {
   struct Row { const char16_t *tag, *text, *name, *value, *page; } rows[] = {
       {u"OuterTagStart", u"[[", u"a", u"[[x", u"[[a={[[x};/>"},
       {u"OuterTagEnd", u"]]", u"a", u"x]]", u"<\\a={x]]};]]"},
@@ -52,7 +55,7 @@ TEST(StorageStringFields, ValidatesTheFixedTextsOnlyAfterTagsChange) {
       {u"OuterTagStart", u"", u"a", u"x", u"a={x};/>"}};
   for (const Row& r : rows) {
     SCOPED_TRACE(ToUtf8(String(r.tag) + u"=" + r.text));
-    Variant ss{KivStorageString::Create()};
+    Variant ss{NewStore()};
     LetProperty(ss, r.tag, r.text);
     EXPECT_EQ(Call(ss, u"SetValue", {r.name, r.value}), Variant(true));
     EXPECT_EQ(GetProperty(ss, u"Value"), Variant(r.page));
@@ -67,8 +70,8 @@ TEST(StorageStringFields, ValidatesTheFixedTextsOnlyAfterTagsChange) {
   }
 }
 
-TEST(StorageStringFields, DeletesListsAndSurvivesDamagedText) {
-  auto ss = KivStorageString::Create();
+TEST_F(StorageStringFields, DeletesListsAndSurvivesDamagedText) {
+  auto ss = NewStore();
   EXPECT_TRUE(ss->GetFieldNames().IsSized() && ss->GetFieldNames().Count() == 0);
   for (const char16_t* f : {u"a", u"b", u"c"}) ss->SetValue(f, u"1");
   ss->DeleteField(u"b");
@@ -82,7 +85,7 @@ TEST(StorageStringFields, DeletesListsAndSurvivesDamagedText) {
   EXPECT_LE(ss->GetFieldNames().Count(), 2u);  // terminates
 }
 
-TEST(StorageStringFields, ConcatenatesAndToggles) {
+TEST_F(StorageStringFields, ConcatenatesAndToggles) {
   auto ss = Page(u"<\\x={1};/><\\y={2};/>");
   EXPECT_EQ(ss->GetAndConcatenate(SafeArray::OfStrings({u"x", u"y", u"x"}), u", "), u"1, 2, 1");
   EXPECT_SS_ERROR(ss->GetAndConcatenate(SafeArray::OfStrings({u"x", u"nope"})), err::kTypeMismatch,
@@ -100,7 +103,7 @@ TEST(StorageStringFields, ConcatenatesAndToggles) {
 
 // Three pages named "", "Main", "" with page 3 current, holding "abc", the cursor at 3.
 Ref<KivStorageString> ThreePages() {
-  auto ss = KivStorageString::Create();
+  auto ss = NewStore();
   ss->AddPage(u"Main");
   ss->AddPage();
   ss->put_Value(u"abc");
@@ -108,7 +111,7 @@ Ref<KivStorageString> ThreePages() {
   return ss;
 }
 
-TEST(StorageStringPages, SelectsByNumberOrName) {
+TEST_F(StorageStringPages, SelectsByNumberOrName) {
   const std::pair<Variant, std::int32_t> rows[] = {  // page 0: ErrPageNotFound
       {2, 2}, {std::int16_t{1}, 1}, {u" 3 ", 3}, {u"main", 2}, {u"", 1}, {0, 0}, {u"0", 0}, {4, 0}, {2.0, 0},
       {u"nope", 0}, {Variant(), 0}, {true, 0}};
@@ -126,7 +129,7 @@ TEST(StorageStringPages, SelectsByNumberOrName) {
   EXPECT_EQ(std::pair(ss->get_Page(), ss->get_Cursor()), std::pair(Variant(3), 1));
 }
 
-TEST(StorageStringPages, NamesAddingDeletingAndSinglePageMode) {
+TEST_F(StorageStringPages, NamesAddingDeletingAndSinglePageMode) {
   auto ss = ThreePages();
   EXPECT_SS_ERROR(ss->AddPage(u"Main", false), Lib(ErrPageNameExists), u"PageName (Let)", u"Add");
   EXPECT_EQ(ss->get_Page(), Variant(4));  // the new page stays current and unnamed
@@ -155,7 +158,7 @@ TEST(StorageStringPages, NamesAddingDeletingAndSinglePageMode) {
   EXPECT_EQ(Strings(ss->GetPageNames()), (std::vector<String>{u"", u"P"}));
 }
 
-TEST(StorageStringCipher, EnciphersWithARepeatingKeyAndRefusesBadKeys) {
+TEST_F(StorageStringCipher, EnciphersWithARepeatingKeyAndRefusesBadKeys) {
   const String text = u"Caf\u00e9 \u20ac 100\r\n<\\a={b};/>";
   auto ss = Page(u"ab");
   EXPECT_SS_ERROR(ss->put_Encrypted(true), Lib(ErrEncryptionKeyNotSet), u"Encrypted (Let)");

@@ -13,9 +13,11 @@ namespace tarvo2 {
 namespace {
 
 using namespace sstest;
+using StorageStringText = Fixture;
+using StorageStringSearch = Fixture;
 
-TEST(StorageStringText, LinesAreSeparatedByCrLfOnly) {
-  auto ss = KivStorageString::Create();
+TEST_F(StorageStringText, LinesAreSeparatedByCrLfOnly) {
+  auto ss = NewStore();
   EXPECT_EQ(ss->get_LineCount() + ss->get_LineNumber(), 0);
   ss->put_LineNumber(1);  // line 1 exists on any page
   ss->InsertText(u"ab\r\ncd");
@@ -42,7 +44,7 @@ TEST(StorageStringText, LinesAreSeparatedByCrLfOnly) {
   }
 }
 
-TEST(StorageStringText, CursorStaysInRangeAndInsertKeepsIt) {
+TEST_F(StorageStringText, CursorStaysInRangeAndInsertKeepsIt) {
   auto ss = Page(u"abcdef", 100);
   EXPECT_EQ(ss->get_Cursor(), 6);
   ss->put_Cursor(-5);
@@ -55,7 +57,7 @@ TEST(StorageStringText, CursorStaysInRangeAndInsertKeepsIt) {
   EXPECT_SS_ERROR(Page(u"abc")->InsertText(u"X", -1), err::kInvalidProcedureCall, u"InsertText");
 }
 
-TEST(StorageStringText, ExtractsBetweenTwoPoints) {
+TEST_F(StorageStringText, ExtractsBetweenTwoPoints) {
   const std::int32_t kOut = Lib(ErrParameterOutOfBounds), kCall = err::kInvalidProcedureCall,
                      kType = err::kTypeMismatch;
   struct Row { String page; Variant first, second; String state; std::int32_t error = 0;
@@ -86,7 +88,7 @@ TEST(StorageStringText, ExtractsBetweenTwoPoints) {
   EXPECT_EQ(ss->FetchLine(-1, true), u"");  // line 2 of the extraction: missing
 }
 
-TEST(StorageStringSearch, ScannersAgreeWithStdFind) {
+TEST_F(StorageStringSearch, ScannersAgreeWithStdFind) {
   std::mt19937 rng(7);
   for (int round = 0; round < 3000; ++round) {
     String hay(rng() % 200, u'a'), needle(1 + rng() % 4, u'a');
@@ -107,7 +109,7 @@ TEST(StorageStringSearch, ScannersAgreeWithStdFind) {
   }
 }
 
-TEST(StorageStringSearch, SplicesMatchesInEitherDirection) {
+TEST_F(StorageStringSearch, SplicesMatchesInEitherDirection) {
   struct Row {
     const char16_t* text;
     const char16_t* hay;  // null: the text itself
@@ -168,7 +170,7 @@ std::string Summary(const SafeArray& results) {
   return out;
 }
 
-TEST(StorageStringSearch, LookForListsEveryTextFoundAndFindStepsOn) {
+TEST_F(StorageStringSearch, LookForListsEveryTextFoundAndFindStepsOn) {
   struct Row { String page; Variant texts; bool case_sensitive, from_cursor; std::string expected; };
   const Row rows[] = {  // the cursor stands at 4
       {u"abcabab", SafeArray::OfStrings({u"x", u"ab", u"b"}), true, false, "ab:3@1,4,6,;b:3@2,5,7,;"},
@@ -185,7 +187,7 @@ TEST(StorageStringSearch, LookForListsEveryTextFoundAndFindStepsOn) {
   }
   EXPECT_SS_ERROR(Page(u"abc")->LookFor(Variant::Null()), err::kInvalidUseOfNull, u"LookFor");
   auto ss = Page(u"abcb");
-  EXPECT_EQ(KivStorageString::Create()->Find(), 0);  // nothing to continue
+  EXPECT_EQ(NewStore()->Find(), 0);  // nothing to continue
   std::vector<std::int32_t> got = {ss->Find(u"b"), ss->get_Cursor(), ss->Find(), ss->Find(), ss->Find(u"zz"),
                                    ss->get_Cursor(), ss->Find(u"B", false, false)};
   EXPECT_EQ(got, (std::vector<std::int32_t>{2, 2, 4, 4, 0, 4, 2}));  // the cursor cannot pass the end
@@ -194,7 +196,7 @@ TEST(StorageStringSearch, LookForListsEveryTextFoundAndFindStepsOn) {
         << "cursor " << cursor;
 }
 
-TEST(StorageStringSearch, ReplacesOneOrAllMatchesAndFollowsFind) {
+TEST_F(StorageStringSearch, ReplacesOneOrAllMatchesAndFollowsFind) {
   struct Row { String page, find, with; bool from_cursor, all; std::int32_t direction, cursor, count; String state; };
   const Row rows[] = {
       {u"banana", u"a", u"X", true, false, tarvo_SearchDown, 1, 1, u"bXnana|3|"},

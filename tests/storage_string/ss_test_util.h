@@ -2,6 +2,8 @@
 #ifndef TARVO2_TESTS_STORAGE_STRING_SS_TEST_UTIL_H_
 #define TARVO2_TESTS_STORAGE_STRING_SS_TEST_UTIL_H_
 
+#include <gtest/gtest.h>
+
 #include <initializer_list>
 #include <memory>
 #include <string>
@@ -31,16 +33,31 @@ inline String Describe(std::int32_t number) {
   return m.empty() ? StandardDescription(number) : m;
 }
 
-// Turns the raise switch off for one scope.
-struct RaiseSwitchOff {
-  RaiseSwitchOff() { SetRaiseErrors(false); }
-  ~RaiseSwitchOff() { SetRaiseErrors(true); }
+// The context of the running test: every test of these suites gets a new
+// one (Fixture), and the stores it makes with NewStore() work in it.
+inline std::shared_ptr<Services>& Context() {
+  static std::shared_ptr<Services> context;
+  return context;
+}
+
+// The fixture of every storage string suite, each under its own name.
+class Fixture : public ::testing::Test {
+ protected:
+  void SetUp() override { Context() = Services::New(); }
+  void TearDown() override { Context().reset(); }
 };
 
-// Runs the scope against a fresh in-memory file system.
+inline Ref<KivStorageString> NewStore() { return KivStorageString::Create(Context()); }
+
+// Turns the test context's raise switch off for one scope.
+struct RaiseSwitchOff {
+  RaiseSwitchOff() { Context()->set_raise_errors(false); }
+  ~RaiseSwitchOff() { Context()->set_raise_errors(true); }
+};
+
+// Gives the test context a fresh in-memory file system.
 struct MemFs {
-  MemFs() { SetFileSystem(fs); }
-  ~MemFs() { SetFileSystem(nullptr); }
+  MemFs() { Context()->set_file_system(fs); }
   FileSystem* operator->() const { return fs.get(); }
   std::shared_ptr<FileSystem> fs = NewMemFileSystem();
 };
@@ -55,7 +72,7 @@ inline SafeArray Longs(std::vector<Variant> items) { return SafeArray::Of(VarTyp
 
 // A store whose only page holds `text`, with the cursor at `cursor`.
 inline Ref<KivStorageString> Page(const String& text, std::int32_t cursor = 1) {
-  auto ss = KivStorageString::Create();
+  auto ss = NewStore();
   ss->put_Value(text);
   ss->put_Cursor(cursor);
   return ss;

@@ -12,6 +12,10 @@ namespace tarvo2 {
 namespace {
 
 using namespace sstest;
+using StorageStringBinding = Fixture;
+using StorageStringFiles = Fixture;
+using StorageStringValue = Fixture;
+using StorageStringDispatch = Fixture;
 
 Ref<DynamicObject> Control(const char16_t* property = nullptr, const Variant& value = u"") {
   auto c = MakeRef<DynamicObject>(u"TextBox");
@@ -19,12 +23,12 @@ Ref<DynamicObject> Control(const char16_t* property = nullptr, const Variant& va
   return c;
 }
 
-TEST(StorageStringBinding, MirrorsTheChosenPropertyAndUnbindingRestoresMultiPage) {
+TEST_F(StorageStringBinding, MirrorsTheChosenPropertyAndUnbindingRestoresMultiPage) {
   for (auto [mode, property, multi_page] :
        {std::tuple{tarvo_BindModeTag, u"Tag", true}, {tarvo_BindModeCaption, u"Caption", false}}) {
     SCOPED_TRACE(ToUtf8(property));
     auto ctl = Control(property, u"<\\old={1};/>");
-    auto s = KivStorageString::Create();
+    auto s = NewStore();
     s->put_MultiPage(multi_page);
     s->put_BindMode(mode);
     s->putref_BoundObject(ctl);
@@ -39,8 +43,8 @@ TEST(StorageStringBinding, MirrorsTheChosenPropertyAndUnbindingRestoresMultiPage
   }
 }
 
-TEST(StorageStringBinding, ProtectionExcludesBinding) {
-  auto ss = KivStorageString::Create();
+TEST_F(StorageStringBinding, ProtectionExcludesBinding) {
+  auto ss = NewStore();
   ss->putref_BoundObject(Control(u"Value"));
   EXPECT_EQ(ss->get_BindMode(), tarvo_BindModeDefaultProperty);
   EXPECT_SS_ERROR(ss->AddPage(), Lib(ErrSinglePageMode), u"Add");  // binding turns MultiPage off
@@ -55,7 +59,7 @@ TEST(StorageStringBinding, ProtectionExcludesBinding) {
   EXPECT_TRUE(ss->SetValue(u"f", u"v"));  // fields may still be written
 }
 
-TEST(StorageStringBinding, ABrokenBoundObjectFailsWhateverTheSwitch) {
+TEST_F(StorageStringBinding, ABrokenBoundObjectFailsWhateverTheSwitch) {
   auto ss = Page(u"kept");
   EXPECT_SS_ERROR(ss->putref_BoundObject(Control()), err::kNotSupported, u"UpdateFromBoundObject",
                   u"BoundTagObject (Set)");
@@ -69,9 +73,9 @@ TEST(StorageStringBinding, ABrokenBoundObjectFailsWhateverTheSwitch) {
   EXPECT_SS_ERROR(ss->GetValue(u"f"), err::kNotSupported, u"UpdateFromBoundObject", u"GetValue");
 }
 
-TEST(StorageStringBinding, CyclesOfBindingsEnd) {
-  auto a = KivStorageString::Create();
-  auto b = KivStorageString::Create();
+TEST_F(StorageStringBinding, CyclesOfBindingsEnd) {
+  auto a = NewStore();
+  auto b = NewStore();
   EXPECT_SS_ERROR(a->putref_BoundObject(a), Lib(ErrAlreadyBound), u"BoundTagObject (Set)");
   EXPECT_SS_ERROR(a->putref_BoundObject(a->StdInterface()), Lib(ErrAlreadyBound), u"BoundTagObject (Set)");
   b->putref_BoundObject(a);
@@ -84,8 +88,8 @@ TEST(StorageStringBinding, CyclesOfBindingsEnd) {
     EXPECT_EQ(a->get_Value(), Variant(u"<\\f={1};/><\\g={2};/>"));
     EXPECT_EQ(b->PageText(), a->PageText());
   }
-  auto c = KivStorageString::Create();
-  auto d = KivStorageString::Create();  // a -> b (re-bound to c) -> c -> d -> a
+  auto c = NewStore();
+  auto d = NewStore();  // a -> b (re-bound to c) -> c -> d -> a
   b->putref_BoundObject(c);
   c->putref_BoundObject(d);
   d->putref_BoundObject(a);
@@ -108,7 +112,7 @@ String AwkwardPage() {
   return page;
 }
 
-TEST(StorageStringFiles, SaveAndLoadKeepEveryCharacterAndAppend) {
+TEST_F(StorageStringFiles, SaveAndLoadKeepEveryCharacterAndAppend) {
   MemFs fs;
   auto ss = Page(AwkwardPage());
   ss->Save(u"page.txt");
@@ -132,7 +136,7 @@ struct UnreadableFs : FileSystemWrapper {
   FileStatus ReadFile(const std::string& p, std::string*) override { return PosixError(p, EACCES); }
 };
 
-TEST(StorageStringFiles, FailuresLeaveThePageAndTheFile) {
+TEST_F(StorageStringFiles, FailuresLeaveThePageAndTheFile) {
   MemFs fs;
   ASSERT_TRUE(fs->WriteFile("a.txt", "new", false).ok());
   ASSERT_TRUE(fs->CreateDir("dir").ok() && fs->WriteFile("dir/f", "x", false).ok());
@@ -142,7 +146,7 @@ TEST(StorageStringFiles, FailuresLeaveThePageAndTheFile) {
                        Row{u"dir", false, err::kPathFileAccessError, false},
                        Row{u"a.txt", true, err::kPermissionDenied, false}}) {
     SCOPED_TRACE(ToUtf8(r.name));
-    if (r.unreadable) SetFileSystem(std::make_shared<UnreadableFs>(fs.fs));
+    if (r.unreadable) Context()->set_file_system(std::make_shared<UnreadableFs>(fs.fs));
     auto ss = Page(u"page");
     EXPECT_SS_ERROR(ss->Load(r.name), r.number, u"Load");
     EXPECT_EQ(ss->PageText(), u"page");
@@ -156,10 +160,10 @@ TEST(StorageStringFiles, FailuresLeaveThePageAndTheFile) {
     } else {
       EXPECT_SS_ERROR(ss->Load(r.name), r.number, u"Load");
     }
-    SetFileSystem(fs.fs);
+    Context()->set_file_system(fs.fs);
   }
   auto faulty = std::make_shared<FaultInjectingFileSystem>(fs.fs);
-  SetFileSystem(faulty);
+  Context()->set_file_system(faulty);
   auto ss = Page(u"replacement");
   faulty->FailNth(FaultInjectingFileSystem::Op::kRename, 1, EIO);
   EXPECT_SS_ERROR(ss->Save(u"a.txt"), err::kDeviceIOError, u"Save");
@@ -179,7 +183,7 @@ TEST(StorageStringFiles, FailuresLeaveThePageAndTheFile) {
   EXPECT_EQ(ss->PageText() + FromUtf8(FileBytes(fs.fs.get(), "a.txt")), u"forcedreplacement");
 }
 
-TEST(StorageStringFiles, RealFilesWithUtf8NamesAndAHundredMillionCharacters) {
+TEST_F(StorageStringFiles, RealFilesWithUtf8NamesAndAHundredMillionCharacters) {
   testing::PlatformTempDir dir;
   ASSERT_FALSE(dir.path().empty());
   const std::string path = dir / "s\u00e4ve \u20ac.txt";
@@ -189,7 +193,7 @@ TEST(StorageStringFiles, RealFilesWithUtf8NamesAndAHundredMillionCharacters) {
     for (int i = 0; i < 100; ++i) out << chunk;
     out << "\r\nend";
   }
-  auto ss = KivStorageString::Create();
+  auto ss = NewStore();
   ss->Load(FromUtf8(path));
   EXPECT_EQ(ss->PageText().size(), 100'000'005u);
   EXPECT_EQ(ss->FetchLine(2) + ToString(ss->get_LineCount()), u"end2");
@@ -207,10 +211,10 @@ TEST(StorageStringFiles, RealFilesWithUtf8NamesAndAHundredMillionCharacters) {
   EXPECT_EQ(ss->PageText(), AwkwardPage() + AwkwardPage());
 }
 
-TEST(StorageStringValue, WritesTextOrImportsStores) {
+TEST_F(StorageStringValue, WritesTextOrImportsStores) {
   auto form = MakeRef<DynamicObject>(u"Form");  // another class: its default property
   form->Put(u"Value", u"from the form");
-  auto ss = KivStorageString::Create();
+  auto ss = NewStore();
   String texts;
   for (const Variant& v : {Variant(u"KivStorageString"), Variant(12), Variant(true), Variant(), Variant(form)}) {
     ss->put_Value(v);
@@ -223,8 +227,8 @@ TEST(StorageStringValue, WritesTextOrImportsStores) {
   EXPECT_EQ(ss->GetValue(u"b"), Variant(2));
 }
 
-TEST(StorageStringDispatch, ALateBoundCallWithNamedArgumentsAfterOmittedOnes) {
-  Variant ss{KivStorageString::Create()};
+TEST_F(StorageStringDispatch, ALateBoundCallWithNamedArgumentsAfterOmittedOnes) {
+  Variant ss{NewStore()};
   LetProperty(ss, u"Value", u"abcabc");  // omitted: bCaseSensitive, bUseLastExtraction
   EXPECT_EQ(Call(ss, u"Find", {u"c", Named(u"eSearchDirection", 0), Named(u"bStartFromCursor", false)}), Variant(6));
 }
