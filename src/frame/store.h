@@ -2,8 +2,8 @@
 // and the importers need from a store, as typed calls.
 //
 // Each store kind implements it with an adapter in its own layer
-// (storage_string/store_adapter.cpp, registry/store_adapter.cpp,
-// ini/store_adapter.cpp). An adapter calls the store's own public members,
+// (storage_string/store_adapter.h, registry/store_adapter.h,
+// ini/store_adapter.h). An adapter calls the store's own public members,
 // so every check, rule and error of those members applies: an error leaves
 // an adapter call exactly as it leaves the member, with the member's source
 // lines. Adapters keep their store alive and hold no other state.
