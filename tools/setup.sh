@@ -5,7 +5,7 @@
 # reports) serve the sanitizer build and the fuzz targets of tools/test.sh.
 set -euo pipefail
 need=()
-for pkg in g++ cmake make libgtest-dev libgmock-dev libbenchmark-dev libsqlite3-dev libcli11-dev pkg-config dpkg-dev file python3 valgrind pybind11-dev python3-dev python3-pytest clang libfuzzer-14-dev libclang-rt-14-dev llvm; do
+for pkg in g++ cmake make libgtest-dev libgmock-dev libbenchmark-dev libsqlite3-dev libcli11-dev libicu-dev pkg-config dpkg-dev file python3 valgrind pybind11-dev python3-dev python3-pytest clang libfuzzer-14-dev libclang-rt-14-dev llvm; do
   dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || need+=("$pkg")
 done
 if [ ${#need[@]} -gt 0 ]; then

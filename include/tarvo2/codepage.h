@@ -1,13 +1,31 @@
-// The platform's ANSI code page and the UTF-8 edges.
+// The library's 8-bit code page, and the conversions between 16-bit text and
+// the 8-bit text that the library hands to files, the registry store and the
+// profile store.
 //
-// Text that the library hands to files, the registry store and the profile
-// store is 8-bit text in Windows-1252. The mapping used here is total in the
-// byte direction: every one of the 256 byte values maps to one character and
-// back, the five bytes that Windows-1252 leaves unassigned (0x81, 0x8D, 0x8F,
-// 0x90, 0x9D) mapping to the C1 control characters of the same number.
+// Two code pages are offered, as Windows offers them for its ANSI calls:
+//
+//  * 1252 (Windows-1252, the default): one byte per character. The mapping
+//    is total in the byte direction: every one of the 256 byte values maps to
+//    one character and back, the five bytes that Windows-1252 leaves
+//    unassigned (0x81, 0x8D, 0x8F, 0x90, 0x9D) mapping to the C1 control
+//    characters of the same number. A character without a byte is written
+//    as '?' (kAnsiReplacement), one '?' per 16-bit unit, so an emoji (a
+//    surrogate pair) becomes "??".
+//  * 65001 (UTF-8): text is written as UTF-8; a lone surrogate is written as
+//    U+FFFD (EF BF BD). Reading, each byte that does not belong to a valid
+//    UTF-8 sequence (a stray continuation byte, a truncated sequence, an
+//    overlong form, an encoded surrogate, a value above U+10FFFF, the bytes
+//    C0, C1, F5..FF) reads as one U+FFFD; the valid bytes around it read as
+//    their characters.
+//
+// Lengths and cuts of 8-bit text count bytes under both code pages. Under
+// 65001 a cut never splits a character: Utf8CutPoint() gives the longest
+// prefix of whole characters within a byte limit.
 #ifndef TARVO2_CODEPAGE_H_
 #define TARVO2_CODEPAGE_H_
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -15,7 +33,56 @@
 
 namespace tarvo2 {
 
-// The byte written for a character that the code page cannot represent.
+inline constexpr std::uint32_t kCodePage1252 = 1252;
+inline constexpr std::uint32_t kCodePageUtf8 = 65001;
+
+// The library-wide code page: kCodePage1252 or kCodePageUtf8. Until
+// SetCodePage() is called it is taken, once, from the environment variable
+// TARVO2_CODEPAGE ("1252" or "65001"; surrounding blanks allowed); when the
+// variable is unset, empty or holds anything else, it is 1252. Thread-safe.
+TARVO2_EXPORT std::uint32_t GetCodePage() noexcept;
+
+// Makes `code_page` the library-wide code page; TARVO2_CODEPAGE is then no
+// longer read. Set it before the first use of the library or between uses:
+// a call that is converting text at that moment may use either code page.
+// Files, registry values and INI files already written keep their bytes;
+// they are read under the new code page from then on.
+// Fails with the runtime error 5 ("Invalid procedure call or argument"),
+// changing nothing, for any value other than 1252 and 65001.
+TARVO2_EXPORT void SetCodePage(std::uint32_t code_page);
+
+// True for 1252 and 65001.
+TARVO2_EXPORT bool IsSupportedCodePage(std::uint32_t code_page) noexcept;
+
+// --- Conversions in a given code page. `code_page` must be supported; any
+// other value is treated as 1252.
+
+// 16-bit text to 8-bit text, with the replacements described above.
+TARVO2_EXPORT std::string ToCodePage(std::u16string_view text, std::uint32_t code_page);
+
+// 8-bit text to 16-bit text, with the U+FFFD rule above. Never fails.
+TARVO2_EXPORT std::u16string FromCodePage(std::string_view bytes, std::uint32_t code_page);
+
+// True when ToCodePage() writes every character of `text` as itself: under
+// 1252 every unit has a byte; under 65001 `text` holds no lone surrogate.
+TARVO2_EXPORT bool IsRepresentable(std::u16string_view text, std::uint32_t code_page) noexcept;
+
+// Where a cut of `bytes` to at most `limit` bytes ends: under 1252,
+// min(limit, size); under 65001 the same, moved back to the start of a
+// valid multi-byte sequence that would otherwise be split, so that the
+// prefix holds only whole characters (at most 3 bytes fewer than `limit`).
+// Bytes that are not valid UTF-8 count as one character each.
+TARVO2_EXPORT std::size_t CutPoint(std::string_view bytes, std::size_t limit,
+                     std::uint32_t code_page) noexcept;
+
+// Where the last character of `bytes` starts (0 for empty text): size-1
+// under 1252; under 65001 the start of the last valid UTF-8 sequence when
+// `bytes` ends with one, otherwise size-1.
+TARVO2_EXPORT std::size_t LastCharStart(std::string_view bytes, std::uint32_t code_page) noexcept;
+
+// --- Windows-1252 itself.
+
+// The byte written for a character that Windows-1252 cannot represent.
 inline constexpr char kAnsiReplacement = '?';
 
 // The character that byte `b` stands for.
@@ -24,20 +91,25 @@ TARVO2_EXPORT char16_t AnsiByteToChar(unsigned char b) noexcept;
 // The byte for `c`, or -1 when the code page has none.
 TARVO2_EXPORT int CharToAnsiByte(char16_t c) noexcept;
 
-// Converts 16-bit text to code-page bytes, one byte per 16-bit unit;
+// Converts 16-bit text to Windows-1252, one byte per 16-bit unit;
 // unrepresentable units (surrogate halves included) become kAnsiReplacement.
 TARVO2_EXPORT std::string ToAnsi(std::u16string_view text);
 
-// Converts code-page bytes to 16-bit text, one unit per byte. Never fails.
+// Converts Windows-1252 bytes to 16-bit text, one unit per byte. Never fails.
 TARVO2_EXPORT std::u16string FromAnsi(std::string_view bytes);
 
-// True when every unit of `text` has a byte in the code page.
+// True when every unit of `text` has a byte in Windows-1252.
 TARVO2_EXPORT bool IsAnsiRepresentable(std::u16string_view text) noexcept;
 
-// UTF-8 <-> UTF-16 for the edges of the library (file names, the console).
-// Invalid UTF-8 sequences decode to U+FFFD; lone surrogates encode as U+FFFD.
+// --- UTF-8, for the edges of the library (native file names, the console)
+// and for code page 65001. Invalid UTF-8 decodes to U+FFFD per byte as
+// described above; lone surrogates encode as U+FFFD.
 TARVO2_EXPORT std::string ToUtf8(std::u16string_view text);
 TARVO2_EXPORT std::u16string FromUtf8(std::string_view text);
+
+// The length of the valid UTF-8 sequence that starts at bytes[pos] (1 to 4),
+// or 0 when the byte there does not start one. REQUIRES: pos < size.
+TARVO2_EXPORT std::size_t Utf8SequenceLength(std::string_view bytes, std::size_t pos) noexcept;
 
 }  // namespace tarvo2
 

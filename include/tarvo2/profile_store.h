@@ -1,8 +1,9 @@
 // The profile store: INI files read and written the way the Win32 functions
 // GetPrivateProfileStringA and WritePrivateProfileStringA do it.
 //
-// Section names, key names, values and defaults are 8-bit text in the code
-// page of tarvo2/codepage.h (Windows-1252); a null pointer means what NULL
+// Section names, key names, values and defaults are 8-bit text in the
+// library's code page at the time of the call (GetCodePage() of
+// tarvo2/codepage.h: Windows-1252 or UTF-8); a null pointer means what NULL
 // means to Win32. File names are native paths in UTF-8. A file name without
 // '/' names a file in the per-user configuration folder ($XDG_CONFIG_HOME,
 // or ~/.config); any other name is used as it is.
@@ -14,10 +15,16 @@
 // first '='; one matching pair of outer quotes ("..." or '...') is removed
 // from a value; a line whose first non-blank character is ';' is a comment;
 // other lines, and key lines before the first section, are ignored. Names
-// match without regard to letter case (Windows-1252 letters included); of
-// duplicate sections or keys the first wins, while listings repeat them. A
-// file that starts with a UTF-8 byte-order mark is read as UTF-8 converted
-// to the code page, and is written back as UTF-8 with its mark.
+// match under Unicode simple case folding ("Ä"/"ä", "Σ"/"σ"/"ς"; not "ß"/
+// "SS"); of duplicate sections or keys the first wins, while listings
+// repeat them. A file that starts with a UTF-8 byte-order mark is read as
+// UTF-8 converted to the code page, and is written back as UTF-8 with its
+// mark. Any other file is text in the code page: its bytes are handed out
+// as they are (under 65001 invalid UTF-8 included, which the caller's
+// conversion reads as U+FFFD), so a file written under one code page and
+// read under the other gives what Windows gives for the same bytes: "Café"
+// written under 1252 (byte E9) reads as "Caf\uFFFD" under 65001, and written
+// under 65001 (C3 A9) reads as "CafÃ©" under 1252.
 //
 // Writes edit the file in place: every byte that the write does not
 // concern is kept. They are atomic (a temporary file renamed over the
@@ -60,7 +67,10 @@ class TARVO2_EXPORT ProfileStore {
 
   // Reads from the profile file `file` into buffer[0 .. size-1] and returns
   // the number of bytes placed, not counting the final NUL. Spaces (not
-  // tabs) are stripped from both ends of `section` and `key`.
+  // tabs) are stripped from both ends of `section` and `key`. Sizes and
+  // cuts count bytes. Under code page 65001 a cut never splits a character:
+  // it ends before the character that would not fit whole (CutPoint() of
+  // tarvo2/codepage.h), so it may place up to 3 bytes fewer than said below.
   //
   // - section and key given: the key's value. A value that does not fit is
   //   cut to size-1 bytes plus a NUL, and size-1 is returned. When the key,

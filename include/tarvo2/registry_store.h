@@ -4,8 +4,18 @@
 // (RegCreateKeyExA, RegOpenKeyExA, RegCloseKey, RegQueryValueExA,
 // RegSetValueExA, RegDeleteValueA, RegDeleteKeyA, RegEnumValueA and
 // RegEnumKeyA) with the same arguments, minus the reserved ones, and the same
-// result codes. All text is 8-bit text in the Windows-1252 code page
-// (see tarvo2/codepage.h); every byte value is an ordinary character.
+// result codes. All text (key paths, value names, and the data of the text
+// types REG_SZ, REG_EXPAND_SZ and REG_MULTI_SZ) is 8-bit text in the
+// library's code page at the time of the call (GetCodePage() of
+// tarvo2/codepage.h). Under 1252 every byte value is an ordinary character
+// and comes back as written. Under 65001 text is UTF-8, and bytes that are
+// not valid UTF-8 are stored as U+FFFD, as Windows converts them.
+//
+// The store keeps text as characters, not as the caller's bytes, as the
+// Windows registry keeps UTF-16: a name or text written under one code page
+// reads back under the other as the same characters (a character that
+// Windows-1252 lacks reads as '?' under 1252, one per UTF-16 unit). Lengths,
+// limits and cuts count the bytes of the calling code page.
 //
 // The whole registry is one SQLite database per user. The registry classes
 // use the store of their context (Services::registry_store(), see
@@ -19,9 +29,9 @@
 //     character. A component longer than kMaxKeyNameLength characters, or a
 //     path that would lead deeper than kMaxKeyDepth levels below a root,
 //     fails with kErrorInvalidParameter.
-//   * Key and value names match without regard to letter case (ASCII and the
-//     letters of the code page, e.g. "Ä"/"ä", "Š"/"š", "Ÿ"/"ÿ") and keep the
-//     spelling they were first created with.
+//   * Key and value names match under Unicode simple case folding (e.g.
+//     "Ä"/"ä", "Š"/"š", "Ÿ"/"ÿ", "Σ"/"σ"/"ς"; "ß" does not match "SS") and
+//     keep the spelling they were first created with.
 //   * A null, unknown or closed handle gives kErrorInvalidHandle. A handle to
 //     a key deleted since it was opened (through any handle, by any process)
 //     gives kErrorKeyDeleted for every call except CloseKey.
@@ -188,7 +198,8 @@ class TARVO2_EXPORT RegistryStore {
   //     data and data size parts each only when their pointer is not null);
   //     returns kErrorSuccess.
   //   * Only the name does not fit: returns kErrorMoreData; the name is cut
-  //     to *name_length - 1 characters and NUL-terminated, *name_length is
+  //     to *name_length - 1 bytes (under 65001 fewer, ending before a
+  //     character that would be split) and NUL-terminated, *name_length is
   //     left unchanged, and the data parts are still written.
   //   * The data does not fit in *data_size bytes: returns kErrorMoreData,
   //     sets *data_size to the size needed and *type; the name and the data
@@ -203,8 +214,8 @@ class TARVO2_EXPORT RegistryStore {
                                  std::uint32_t* data_size) = 0;
 
   // RegEnumKeyA. Writes the name of the subkey at `index` of `key`, with a
-  // NUL, to `name` (capacity `name_size` characters); subkeys are sorted by
-  // name without regard to letter case. A buffer shorter than the name's
+  // NUL, to `name` (capacity `name_size` bytes); subkeys are sorted by name
+  // in upper case, in code point order (as Windows lists them). A buffer shorter than the name's
   // length + 1 gives kErrorMoreData and writes nothing; `index` past the last
   // subkey gives kErrorNoMoreItems. `name` must not be null.
   virtual std::int32_t EnumKey(RegKey key, std::uint32_t index, char* name,

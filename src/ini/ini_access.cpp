@@ -22,7 +22,7 @@ String Read(const Services& services, const char* section, const char* key, cons
   if (store_error) *store_error = store->LastError();
   // The count never exceeds the buffer; a store that claims more is
   // believed only up to the buffer's end.
-  return FromAnsi(std::string_view(buffer, n < kBufferSize ? n : kBufferSize));
+  return FromCodePage(std::string_view(buffer, n < kBufferSize ? n : kBufferSize), GetCodePage());
 }
 
 void Write(const Services& services, const char* section, const char* key, const char* value,
@@ -35,13 +35,16 @@ void Write(const Services& services, const char* section, const char* key, const
 // The store takes C strings: a NUL inside a name or value would cut it and
 // address another key. Such requests are refused here, as the store refuses
 // line breaks: reads find nothing, writes change nothing.
+// Text for the store, in the library's code page.
+std::string Cp(const String& text) { return ToCodePage(text, GetCodePage()); }
+
 bool HasNul(const std::string& s) { return s.find('\0') != std::string::npos; }
 
 String Refused(const std::string& def, uint32_t* store_error) {
   if (store_error) *store_error = kProfileInvalidParameter;
   std::string_view d(def);
   size_t e = d.find_last_not_of(' ');
-  return FromAnsi(d.substr(0, e == std::string_view::npos ? 0 : e + 1));
+  return FromCodePage(d.substr(0, e == std::string_view::npos ? 0 : e + 1), GetCodePage());
 }
 
 void RefusedWrite(uint32_t* store_error) {
@@ -57,7 +60,7 @@ String INIGetSections(const Services& services, const String& path, uint32_t* st
 
 String INIGetFields(const Services& services, const String& path, const String& section, uint32_t* store_error) {
   return Guard(u"KivINIFileHandler.INIGetFields", [&] {
-    std::string s = ToAnsi(section);
+    std::string s = Cp(section);
     if (HasNul(s)) return Refused("", store_error);
     return Read(services, s.c_str(), nullptr, "", path, store_error);
   });
@@ -66,7 +69,7 @@ String INIGetFields(const Services& services, const String& path, const String& 
 String INIGetValue(const Services& services, const String& path, const String& section, const String& key,
                    const String& def, uint32_t* store_error) {
   return Guard(u"KivINIFileHandler.INIGetValue", [&] {
-    std::string s = ToAnsi(section), k = ToAnsi(key), d = ToAnsi(def);
+    std::string s = Cp(section), k = Cp(key), d = Cp(def);
     if (HasNul(d)) d.resize(d.find('\0'));  // only a default: cut it as C would
     if (HasNul(s) || HasNul(k)) return Refused(d, store_error);
     return Read(services, s.c_str(), k.c_str(), d.c_str(), path, store_error);
@@ -76,7 +79,7 @@ String INIGetValue(const Services& services, const String& path, const String& s
 void INISetValue(const Services& services, const String& path, const String& section, const String& key,
                  const String& value, uint32_t* store_error) {
   Guard(u"KivINIFileHandler.INISetValue", [&] {
-    std::string s = ToAnsi(section), k = ToAnsi(key), v = ToAnsi(value);
+    std::string s = Cp(section), k = Cp(key), v = Cp(value);
     if (HasNul(s) || HasNul(k) || HasNul(v)) return RefusedWrite(store_error);
     Write(services, s.c_str(), k.c_str(), v.c_str(), path, store_error);
   });
@@ -85,7 +88,7 @@ void INISetValue(const Services& services, const String& path, const String& sec
 void INIDeleteValue(const Services& services, const String& path, const String& section, const String& key,
                     uint32_t* store_error) {
   Guard(u"KivINIFileHandler.INIDeleteValue", [&] {
-    std::string s = ToAnsi(section), k = ToAnsi(key);
+    std::string s = Cp(section), k = Cp(key);
     if (HasNul(s) || HasNul(k)) return RefusedWrite(store_error);
     Write(services, s.c_str(), k.c_str(), nullptr, path, store_error);
   });
@@ -93,7 +96,7 @@ void INIDeleteValue(const Services& services, const String& path, const String& 
 
 void INIDeleteSection(const Services& services, const String& path, const String& section, uint32_t* store_error) {
   Guard(u"KivINIFileHandler.INIDeleteSection", [&] {
-    std::string s = ToAnsi(section);
+    std::string s = Cp(section);
     if (HasNul(s)) return RefusedWrite(store_error);
     Write(services, s.c_str(), nullptr, nullptr, path, store_error);
   });
@@ -102,7 +105,12 @@ void INIDeleteSection(const Services& services, const String& path, const String
 std::vector<String> DecodeNameList(const String& list) {
   std::vector<String> names;
   if (list.find_first_not_of(u' ') == String::npos) return names;
-  StringView rest(list.data(), list.size() - 1);
+  // The last character goes whole: both halves of a surrogate pair.
+  size_t last = list.size() - 1;
+  if (last > 0 && list[last] >= 0xDC00 && list[last] <= 0xDFFF && list[last - 1] >= 0xD800 &&
+      list[last - 1] <= 0xDBFF)
+    --last;
+  StringView rest(list.data(), last);
   for (;;) {
     size_t nul = rest.find(u'\0');
     names.emplace_back(rest.substr(0, nul));

@@ -4,9 +4,11 @@
 // none validates or converts values.
 //
 // Conversions at the store boundary: section names, key names, values and
-// defaults become code-page text (ToAnsi: characters without a byte in the
-// code page become '?'), the file path becomes a UTF-8 native path. Text
-// read back is converted with FromAnsi.
+// defaults become text in the library's code page (ToCodePage with
+// GetCodePage(): under 1252 characters without a byte become '?', under
+// 65001 a lone surrogate becomes U+FFFD), the file path becomes a UTF-8
+// native path under both code pages. Text read back is converted with
+// FromCodePage (under 65001 invalid UTF-8 reads as U+FFFD).
 //
 // Every read makes one request with a fresh buffer of 1,024 characters and
 // passes 1,024 as its size, and what the store cut to fit stays cut:
@@ -17,6 +19,12 @@
 //    names that fit, the last one shortened, 1,022 characters in all, with
 //    no NUL at the end. DecodeNameList then drops one more character of
 //    that last name.
+// Characters here are the bytes of the code page. Under 65001 a cut never
+// splits a character: a value comes back as the longest run of whole
+// characters within 1,023 bytes (1,020 to 1,023 bytes), a cut list's last
+// name ends with the last whole character before byte 1,022, and
+// DecodeNameList drops one more whole character (1 to 4 bytes). So no
+// cut turns into U+FFFD.
 // Applications ported to this library see these cuts in GetValue,
 // GetSectionNames, GetFieldNames and in every import from an INI file, all
 // of which read through here. Callers that need whole answers can ask the
@@ -73,8 +81,8 @@ void INIDeleteSection(const Services& services, const String& path, const String
                       uint32_t* store_error = nullptr);
 
 // Decodes a name list into its names, in order: none when the list is
-// empty or only spaces; otherwise the text without its last character,
-// split at every NUL.
+// empty or only spaces; otherwise the text without its last character (a
+// whole character: both units of a surrogate pair), split at every NUL.
 std::vector<String> DecodeNameList(const String& list);
 
 }  // namespace tarvo2::ini

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/profile_store_format.h"
+#include "tarvo2/codepage.h"
 
 namespace tarvo2 {
 namespace {
@@ -65,16 +66,19 @@ bool HasLineBreak(const char* text) {
   return text != nullptr && std::strpbrk(text, "\r\n") != nullptr;
 }
 
-uint32_t CopyText(std::string_view text, char* buffer, uint32_t size) {
+// Copies `text`, cut to at most size-1 bytes (whole characters under
+// 65001), and a NUL.
+uint32_t CopyText(std::string_view text, char* buffer, uint32_t size,
+                  uint32_t code_page) {
   if (size == 0) return 0;
-  size_t n = std::min<size_t>(text.size(), size - 1);
+  size_t n = CutPoint(text, size - 1, code_page);
   std::memcpy(buffer, text.data(), n);
   buffer[n] = '\0';
   return static_cast<uint32_t>(n);
 }
 
 uint32_t CopyList(const std::vector<std::string>& names, char* buffer,
-                  uint32_t size) {
+                  uint32_t size, uint32_t code_page) {
   std::string list;
   for (const std::string& n : names) {
     list += n;
@@ -90,10 +94,13 @@ uint32_t CopyList(const std::vector<std::string>& names, char* buffer,
     buffer[0] = '\0';
     return 0;
   }
-  std::memcpy(buffer, list.data(), size - 2);
-  buffer[size - 2] = '\0';
-  buffer[size - 1] = '\0';
-  return size - 2;
+  // The last name ends at size-2; under 65001 earlier when a character
+  // would be split there.
+  const size_t n = CutPoint(list, size - 2, code_page);
+  std::memcpy(buffer, list.data(), n);
+  buffer[n] = '\0';
+  buffer[n + 1] = '\0';
+  return static_cast<uint32_t>(n);
 }
 
 class DefaultProfileStore : public ProfileStore {
@@ -110,26 +117,27 @@ class DefaultProfileStore : public ProfileStore {
     }
     std::shared_ptr<const ProfileText> text;
     uint32_t code = kProfileFileNotFound;
+    const uint32_t cp = GetCodePage();
     std::string path = ResolveProfilePath(file);
     if (!path.empty()) {
       std::lock_guard<std::mutex> l(mu_);
-      code = Load(fs_.get(), path, &text);
+      code = Load(fs_.get(), path, cp, &text);
     }
     uint32_t n;
     if (section == nullptr) {
-      n = CopyList(text ? text->SectionNames() : std::vector<std::string>(), buffer, size);
+      n = CopyList(text ? text->SectionNames() : std::vector<std::string>(), buffer, size, cp);
     } else if (key == nullptr) {
       n = CopyList(text ? text->KeyNames(StripSpaces(section)) : std::vector<std::string>(),
-                   buffer, size);
+                   buffer, size, cp);
     } else {
       std::optional<std::string> value;
       if (text) value = text->GetValue(StripSpaces(section), StripSpaces(key));
       if (value) {
-        n = CopyText(*value, buffer, size);
+        n = CopyText(*value, buffer, size, cp);
       } else {
         std::string_view d = def == nullptr ? "" : def;
         size_t e = d.find_last_not_of(' ');
-        n = CopyText(d.substr(0, e == std::string_view::npos ? 0 : e + 1), buffer, size);
+        n = CopyText(d.substr(0, e == std::string_view::npos ? 0 : e + 1), buffer, size, cp);
       }
     }
     SetLastError(code);
@@ -163,6 +171,7 @@ class DefaultProfileStore : public ProfileStore {
     if (path.empty()) return kProfileFileNotFound;
     bool deleting = key_in == nullptr || value == nullptr;
 
+    const uint32_t cp = GetCodePage();
     std::lock_guard<std::mutex> l(mu_);
     FileSystem* fs = fs_.get();
     if (!deleting && file.find('/') == std::string::npos) {
@@ -205,10 +214,10 @@ class DefaultProfileStore : public ProfileStore {
     // Another process may have written the file since: read it again under
     // the lock.
     std::shared_ptr<const ProfileText> text;
-    uint32_t code = Load(fs, path, &text);
+    uint32_t code = Load(fs, path, cp, &text);
     if (code == kProfileFileNotFound) {
       if (deleting) return kProfileOk;
-      text = std::make_shared<ProfileText>(std::string());
+      text = std::make_shared<ProfileText>(std::string(), cp);
     } else if (code != kProfileOk) {
       return code;
     }
@@ -222,7 +231,7 @@ class DefaultProfileStore : public ProfileStore {
     if (!s.ok()) return CodeOf(s);
     s = fs->GetFileInfo(path, &info);
     if (s.ok() && info.exists) {
-      Remember(path, info, std::make_shared<ProfileText>(std::move(*edited)));
+      Remember(path, info, std::make_shared<ProfileText>(std::move(*edited), cp));
     } else {
       cache_.erase(path);
     }
@@ -242,10 +251,11 @@ class DefaultProfileStore : public ProfileStore {
     return kProfileOk;
   }
 
-  // Sets *text to the current content of `path`, taken from the cache
-  // while the file is unchanged. Returns kProfileOk, or the code of why
-  // there is no content (*text is then null). REQUIRES: mu_ held.
-  uint32_t Load(FileSystem* fs, const std::string& path,
+  // Sets *text to the current content of `path` read in `code_page`, taken
+  // from the cache while the file is unchanged (and was read in that code
+  // page). Returns kProfileOk, or the code of why there is no content
+  // (*text is then null). REQUIRES: mu_ held.
+  uint32_t Load(FileSystem* fs, const std::string& path, uint32_t code_page,
                 std::shared_ptr<const ProfileText>* text) {
     text->reset();
     FileInfo info;
@@ -258,6 +268,10 @@ class DefaultProfileStore : public ProfileStore {
     if (!info.is_regular) return kProfileAccessDenied;  // a folder, a FIFO, a device
     auto it = cache_.find(path);
     int64_t now = NowNs();
+    if (it != cache_.end() && it->second.text->code_page() != code_page) {
+      cache_.erase(it);
+      it = cache_.end();
+    }
     if (it != cache_.end() && it->second.info.SameVersion(info) &&
         std::max(info.mtime_ns, info.ctime_ns) < it->second.read_ns - kRacyWindowNs) {
       it->second.last_use = ++use_clock_;
@@ -277,7 +291,7 @@ class DefaultProfileStore : public ProfileStore {
       *text = it->second.text;
       return kProfileOk;
     }
-    *text = std::make_shared<ProfileText>(std::move(bytes));
+    *text = std::make_shared<ProfileText>(std::move(bytes), code_page);
     Remember(path, info, *text);
     cache_[path].read_ns = now;
     return kProfileOk;

@@ -1,7 +1,7 @@
 #include "platform/profile_store_format.h"
 
 #include "tarvo2/codepage.h"
-#include "tarvo2/convert.h"
+#include "platform/unicode_case.h"
 
 namespace tarvo2::profile {
 namespace {
@@ -12,9 +12,10 @@ bool IsBlank(char c) { return c == ' ' || c == '\t'; }
 
 }  // namespace
 
-std::u16string FoldCase(std::u16string_view text) { return ToUpper(text); }
+std::u16string FoldCase(std::u16string_view text) { return unicode_case::Fold(text); }
 
-ProfileText::ProfileText(std::string bytes) : bytes_(std::move(bytes)) {
+ProfileText::ProfileText(std::string bytes, std::uint32_t code_page)
+    : bytes_(std::move(bytes)), code_page_(code_page) {
   utf8_ = bytes_.compare(0, kBom.size(), kBom) == 0;
   const std::string& s = bytes_;
   size_t pos = utf8_ ? kBom.size() : 0;
@@ -103,26 +104,26 @@ void ProfileText::BuildIndex() {
 
 std::u16string ProfileText::Decode(size_t b, size_t e) const {
   std::string_view v(bytes_.data() + b, e - b);
-  return utf8_ ? FromUtf8(v) : FromAnsi(v);
+  return utf8_ ? FromUtf8(v) : FromCodePage(v, code_page_);
 }
 
 std::string ProfileText::ToCodePage(size_t b, size_t e) const {
   std::string_view v(bytes_.data() + b, e - b);
-  return utf8_ ? ToAnsi(FromUtf8(v)) : std::string(v);
+  return utf8_ ? tarvo2::ToCodePage(FromUtf8(v), code_page_) : std::string(v);
 }
 
 std::string ProfileText::Encode(std::string_view code_page) const {
-  return utf8_ ? ToUtf8(FromAnsi(code_page)) : std::string(code_page);
+  return utf8_ ? ToUtf8(FromCodePage(code_page, code_page_)) : std::string(code_page);
 }
 
 const ProfileText::Section* ProfileText::FindSection(std::string_view section) const {
-  auto it = sections_.find(FoldCase(FromAnsi(section)));
+  auto it = sections_.find(FoldCase(FromCodePage(section, code_page_)));
   return it == sections_.end() ? nullptr : &it->second;
 }
 
 int ProfileText::FindKey(const Section& section, std::string_view key) const {
   if (key.empty() || key[0] == ';') return -1;
-  auto it = section.keys.find(FoldCase(FromAnsi(key)));
+  auto it = section.keys.find(FoldCase(FromCodePage(key, code_page_)));
   return it == section.keys.end() ? -1 : static_cast<int>(it->second);
 }
 
@@ -164,7 +165,7 @@ std::optional<std::string> ProfileText::SetValue(std::string_view section,
     int k = FindKey(*sec, key);
     if (k >= 0) {
       const Line& l = lines_[k];
-      if (Decode(l.value_begin, l.value_end) == FromAnsi(value)) return std::nullopt;
+      if (Decode(l.value_begin, l.value_end) == FromCodePage(value, code_page_)) return std::nullopt;
       // Keep the indentation, the key's spelling and the blanks around '='.
       out.reserve(bytes_.size() + value.size());
       out.append(bytes_, 0, l.edit_begin);

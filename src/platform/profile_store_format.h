@@ -4,6 +4,7 @@
 #ifndef TARVO2_PLATFORM_PROFILE_STORE_FORMAT_H_
 #define TARVO2_PLATFORM_PROFILE_STORE_FORMAT_H_
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -26,19 +27,22 @@ struct Line {
   std::u16string folded;  // the name with letter case folded
 };
 
-// Folds the letter case of 16-bit text for name comparison: ASCII and the
-// letters of Windows-1252 (with Š, Œ, Ž, Ÿ) map to upper case.
+// Folds the letter case of 16-bit text for name comparison (Unicode simple
+// case folding, platform/unicode_case.h).
 std::u16string FoldCase(std::u16string_view text);
 
-// Immutable parsed content of one file. Names and values passed in and
-// returned are code-page bytes; the file may be code-page text or UTF-8
-// with a byte-order mark.
+// Immutable parsed content of one file, read in one code page. Names and
+// values passed in and returned are bytes in that code page; the file may
+// be text in the code page or UTF-8 with a byte-order mark. Under 65001 the
+// bytes of a file without the mark are handed out as they are, invalid
+// UTF-8 included: the caller's conversion turns those into U+FFFD.
 class ProfileText {
  public:
-  explicit ProfileText(std::string bytes);
+  ProfileText(std::string bytes, std::uint32_t code_page);
 
   const std::string& bytes() const { return bytes_; }
   bool utf8() const { return utf8_; }
+  std::uint32_t code_page() const { return code_page_; }
 
   // Section names in file order, duplicates included, empty names left out.
   std::vector<std::string> SectionNames() const;
@@ -78,6 +82,7 @@ class ProfileText {
   std::string Encode(std::string_view code_page) const;
 
   std::string bytes_;
+  std::uint32_t code_page_;
   bool utf8_ = false;
   std::string eol_ = "\n";
   std::vector<Line> lines_;

@@ -1,25 +1,9 @@
 #include "platform/registry_store_names.h"
 
-#include <array>
-
-#include "tarvo2/codepage.h"
-#include "tarvo2/convert.h"
+#include "platform/unicode_case.h"
 #include "tarvo2/registry_store.h"
 
 namespace tarvo2::registry_internal {
-namespace {
-
-std::array<char, 256> BuildFoldTable() {
-  std::array<char, 256> table{};
-  for (int b = 0; b < 256; ++b) {
-    int upper = CharToAnsiByte(ToUpperChar(AnsiByteToChar(
-        static_cast<unsigned char>(b))));
-    table[b] = static_cast<char>(upper < 0 ? b : upper);
-  }
-  return table;
-}
-
-}  // namespace
 
 std::int32_t SplitKeyPath(std::string_view path,
                           std::vector<std::string_view>* parts) {
@@ -39,11 +23,8 @@ std::int32_t SplitKeyPath(std::string_view path,
   return kErrorSuccess;
 }
 
-std::string FoldName(std::string_view name) {
-  static const std::array<char, 256> kFold = BuildFoldTable();
-  std::string out(name);
-  for (char& c : out) c = kFold[static_cast<unsigned char>(c)];
-  return out;
+std::string FoldName(std::string_view stored_name) {
+  return unicode_case::UpperKey(stored_name);
 }
 
 }  // namespace tarvo2::registry_internal

@@ -17,11 +17,11 @@ namespace tarvo2::registry_internal {
 std::int32_t SplitKeyPath(std::string_view path,
                           std::vector<std::string_view>* parts);
 
-// The lookup form of a key or value name: each code-page byte replaced by
-// the byte of its upper-case letter when the code page has one. Two names
-// are the same name exactly when their folds are equal, and the byte order
-// of folds is the order in which subkeys are listed.
-std::string FoldName(std::string_view name);
+// The lookup form of a key or value name as the database holds it (UTF-8):
+// unicode_case::UpperKey. Two names are the same name exactly when their
+// folds are equal (Unicode simple case folding), and the byte order of
+// folds is the order in which subkeys are listed (by upper case).
+std::string FoldName(std::string_view stored_name);
 
 }  // namespace tarvo2::registry_internal
 

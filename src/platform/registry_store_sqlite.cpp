@@ -10,7 +10,15 @@
 //     another process.
 //   reg_values(key_id, name, fold, type, data, seq): one row per value, `seq`
 //     its creation number within its key (kept when the value is replaced).
-// Names are stored as BLOBs: they are code-page bytes, not UTF-8.
+// Names, and the data of the text types (REG_SZ, REG_EXPAND_SZ,
+// REG_MULTI_SZ), are stored as UTF-8 BLOBs whatever the code page, as
+// Windows keeps its registry in UTF-16: they are converted from the
+// caller's code page (GetCodePage() at the call) on the way in and back to
+// it on the way out. So a name or text written under one code page reads
+// back under the other as the same characters, except that 1252 has no
+// byte for most of them ('?' instead). Sizes and cuts are those of the
+// caller's bytes. Version 1 of the schema held Windows-1252 bytes; opening
+// such a database converts it once (a read-only one cannot be opened).
 //
 // Every call runs in one transaction: BEGIN IMMEDIATE for writes, so that
 // the checks (is the key still there?) and the changes see the same
@@ -34,6 +42,7 @@
 #include <vector>
 
 #include "platform/registry_store_names.h"
+#include "tarvo2/codepage.h"
 #include "tarvo2/registry_store.h"
 
 namespace tarvo2 {
@@ -42,7 +51,8 @@ namespace {
 using registry_internal::FoldName;
 using registry_internal::SplitKeyPath;
 
-constexpr std::int64_t kSchemaVersion = 1;
+constexpr std::int64_t kSchemaVersion = 2;
+constexpr std::int64_t kSchemaVersion1252 = 1;  // names and texts in 1252
 constexpr std::int64_t kApplicationId = 0x54525632;  // "TRV2"
 constexpr std::int64_t kFirstRootId = 1;             // HKEY_CLASSES_ROOT
 constexpr std::int64_t kLastRootId = 4;              // HKEY_USERS
@@ -71,7 +81,7 @@ INSERT OR IGNORE INTO reg_keys(id, parent, name, fold, depth) VALUES
   (3, NULL, 'HKEY_LOCAL_MACHINE', 'HKEY_LOCAL_MACHINE', 0),
   (4, NULL, 'HKEY_USERS', 'HKEY_USERS', 0);
 PRAGMA application_id = 1414682162;
-PRAGMA user_version = 1;
+PRAGMA user_version = 2;
 )sql";
 
 bool IsRootHandle(RegKey key) {
@@ -80,6 +90,29 @@ bool IsRootHandle(RegKey key) {
 
 bool IsTextType(std::uint32_t type) {
   return type == kRegSz || type == kRegExpandSz;
+}
+
+// The types whose data is text, converted like names.
+bool IsConvertedType(std::uint32_t type) {
+  return IsTextType(type) || type == kRegMultiSz;
+}
+
+bool IsAscii(std::string_view s) {
+  for (char c : s)
+    if (static_cast<unsigned char>(c) >= 0x80) return false;
+  return true;
+}
+
+// The caller's 8-bit text in `code_page` as the database holds it (UTF-8).
+std::string ToStored(std::string_view text, std::uint32_t code_page) {
+  if (IsAscii(text)) return std::string(text);
+  return ToUtf8(FromCodePage(text, code_page));
+}
+
+// Text held by the database as the caller's 8-bit text in `code_page`.
+std::string FromStored(std::string_view stored, std::uint32_t code_page) {
+  if (IsAscii(stored)) return std::string(stored);
+  return ToCodePage(FromUtf8(stored), code_page);
 }
 
 // A text value stored without its terminating NUL reads back with one.
@@ -237,6 +270,9 @@ class SqliteRegistryStore final : public RegistryStore {
                  std::int64_t* objects);
   // A URI that opens `path` read-only without locks or a shared-memory file.
   static std::string ImmutableUri(const std::string& path);
+  // Converts a database of schema version 1 (Windows-1252 names and texts)
+  // to UTF-8 and version 2, in one write transaction.
+  std::int32_t UpgradeFrom1252();
 
   // The handle table. Requires mu_ held.
   // kErrorSuccess with the handle's entry in *handle; else the store's open
@@ -330,6 +366,7 @@ class SqliteRegistryStore final : public RegistryStore {
   std::map<const char*, sqlite3_stmt*> statements_;
   std::map<RegKey, Handle> handles_;
   RegKey next_handle_ = kFirstHandle;
+  std::uint32_t cp_ = kCodePage1252;  // the caller's code page (mu_ held)
 };
 
 std::int32_t SqliteRegistryStore::Open(const std::string& path,
@@ -357,7 +394,8 @@ std::int32_t SqliteRegistryStore::Open(const std::string& path,
     rc = ReadHeader(&version, &app_id, &objects);
   }
   if (rc != SQLITE_OK) return OpenError(rc);
-  if (version != 0 && (version != kSchemaVersion || app_id != kApplicationId))
+  if (version != 0 && ((version != kSchemaVersion && version != kSchemaVersion1252) ||
+                       app_id != kApplicationId))
     return kErrorBadDatabase;  // a newer registry, or another program's file
   // Only an empty database becomes ours; another program's is left exactly
   // as it is, not even switched to WAL.
@@ -368,6 +406,10 @@ std::int32_t SqliteRegistryStore::Open(const std::string& path,
     rc = Exec("PRAGMA journal_mode=WAL");
     if (rc != SQLITE_OK) return OpenError(rc);
     Exec("PRAGMA synchronous=NORMAL");  // durable enough with WAL
+  }
+  if (version == kSchemaVersion1252) {
+    if (read_only) return kErrorCantOpen;
+    if (std::int32_t code = UpgradeFrom1252(); code != kErrorSuccess) return code;
   }
   if (version == 0) {
     if (read_only) return kErrorCantOpen;
@@ -441,6 +483,63 @@ void SqliteRegistryStore::CloseConnectionIfTransient() {
   if (open_result_ == kErrorCantWrite) CloseConnection();
 }
 
+std::int32_t SqliteRegistryStore::UpgradeFrom1252() {
+  struct Row {
+    std::int64_t id;
+    std::string name;
+    std::uint32_t type;
+    std::string data;
+  };
+  auto read_rows = [&](const char* sql, bool values, std::vector<Row>* rows) {
+    int rc = SQLITE_OK;
+    sqlite3_stmt* stmt = Statement(sql, &rc);
+    if (stmt == nullptr) return rc;
+    StatementScope scope(stmt);
+    while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
+      Row r{sqlite3_column_int64(stmt, 0), ColumnBytes(stmt, 1), 0, {}};
+      if (values) {
+        r.type = static_cast<std::uint32_t>(sqlite3_column_int64(stmt, 2));
+        r.data = ColumnBytes(stmt, 3);
+      }
+      rows->push_back(std::move(r));
+    }
+    return rc == SQLITE_DONE ? SQLITE_OK : rc;
+  };
+  writing_ = true;
+  int rc = Exec("BEGIN IMMEDIATE");
+  if (rc != SQLITE_OK) return OpenError(rc);
+  auto body = [&]() -> std::int32_t {
+    std::int64_t version = 0;
+    std::int32_t code = QueryRow("PRAGMA user_version", kErrorBadDatabase,
+                                 [&](sqlite3_stmt* stmt) { version = sqlite3_column_int64(stmt, 0); });
+    if (code != kErrorSuccess || version != kSchemaVersion1252) return code;  // done by another process
+    std::vector<Row> keys, values;
+    if ((rc = read_rows("SELECT id, name FROM reg_keys WHERE parent IS NOT NULL", false, &keys)) != SQLITE_OK ||
+        (rc = read_rows("SELECT rowid, name, type, data FROM reg_values", true, &values)) != SQLITE_OK)
+      return StoreError(rc);
+    // Unique placeholders first, so that no new fold meets an old one.
+    for (const char* sql : {"UPDATE reg_keys SET fold = X'FF' || id WHERE parent IS NOT NULL",
+                            "UPDATE reg_values SET fold = X'FF' || rowid"})
+      if ((code = Change(sql)) != kErrorSuccess) return code;
+    for (const Row& r : keys) {
+      const std::string name = ToStored(r.name, kCodePage1252);
+      code = Change("UPDATE reg_keys SET name = ?2, fold = ?3 WHERE id = ?1", r.id,
+                    std::string_view(name), std::string_view(FoldName(name)));
+      if (code != kErrorSuccess) return code;
+    }
+    for (const Row& r : values) {
+      const std::string name = ToStored(r.name, kCodePage1252);
+      const std::string data = IsConvertedType(r.type) ? ToStored(r.data, kCodePage1252) : r.data;
+      code = Change("UPDATE reg_values SET name = ?2, fold = ?3, data = ?4 WHERE rowid = ?1", r.id,
+                    std::string_view(name), std::string_view(FoldName(name)), std::string_view(data));
+      if (code != kErrorSuccess) return code;
+    }
+    rc = Exec("PRAGMA user_version = 2");
+    return rc == SQLITE_OK ? kErrorSuccess : StoreError(rc);
+  };
+  return Finish(body());
+}
+
 sqlite3_stmt* SqliteRegistryStore::Statement(const char* sql, int* rc) {
   auto it = statements_.find(sql);
   if (it != statements_.end()) return it->second;
@@ -499,6 +598,7 @@ std::int32_t SqliteRegistryStore::Finish(std::int32_t code) {
 template <typename Body>
 std::int32_t SqliteRegistryStore::OnHandle(RegKey key, Body body) {
   std::lock_guard<std::mutex> lock(mu_);
+  cp_ = GetCodePage();
   Handle handle;
   std::int32_t code = Lookup(key, &handle);
   return code != kErrorSuccess ? code : body(handle);
@@ -521,6 +621,7 @@ std::int32_t SqliteRegistryStore::OnSubkey(RegKey parent, const char* subkey,
                                            Body body) {
   if (open_result != nullptr) *open_result = kErrorSuccess;
   std::lock_guard<std::mutex> lock(mu_);
+  cp_ = GetCodePage();
   auto open_failed = [&](std::int32_t code) {
     if (open_result != nullptr) *open_result = code;
     if (bad_args) return kErrorInvalidParameter;
@@ -611,7 +712,7 @@ std::int32_t SqliteRegistryStore::FindChild(std::int64_t parent,
       "SELECT id FROM reg_keys WHERE parent = ?1 AND fold = ?2",
       kErrorFileNotFound,
       [&](sqlite3_stmt* stmt) { *child = sqlite3_column_int64(stmt, 0); },
-      parent, FoldName(name));
+      parent, std::string_view(FoldName(ToStored(name, cp_))));
 }
 
 std::int32_t SqliteRegistryStore::Resolve(
@@ -638,10 +739,11 @@ std::int32_t SqliteRegistryStore::ResolveOrCreate(
     std::int32_t code = FindChild(current, part, &current);
     if (code == kErrorSuccess) continue;
     if (code != kErrorFileNotFound) return code;
+    const std::string stored = ToStored(part, cp_);
     code = Change(
         "INSERT INTO reg_keys(parent, name, fold, depth) "
         "VALUES(?1, ?2, ?3, ?4)",
-        current, part, FoldName(part), depth);
+        current, std::string_view(stored), std::string_view(FoldName(stored)), depth);
     if (code != kErrorSuccess) return code;
     current = sqlite3_last_insert_rowid(db_);
     *created = true;
@@ -660,8 +762,9 @@ std::int32_t SqliteRegistryStore::FetchValue(std::int64_t key_id,
       [&](sqlite3_stmt* stmt) {
         *type = static_cast<std::uint32_t>(sqlite3_column_int64(stmt, 0));
         *data = ColumnBytes(stmt, 1);
+        if (IsConvertedType(*type)) *data = FromStored(*data, cp_);
       },
-      key_id, fold);
+      key_id, std::string_view(fold));
 }
 
 std::int32_t SqliteRegistryStore::DeniedWrite(const Handle& handle) {
@@ -735,7 +838,7 @@ std::int32_t SqliteRegistryStore::QueryValue(RegKey key, const char* name,
                                              std::uint32_t* size) {
   if (data != nullptr && size == nullptr) return kErrorInvalidParameter;
   return OnHandle(key, [&](const Handle& handle) {
-    const std::string fold = FoldName(name ? name : "");
+    const std::string fold = FoldName(ToStored(name ? name : "", cp_));
     std::uint32_t stored_type = kRegNone;
     std::string bytes;
     std::int32_t code = OnKey(false, handle.key_id, [&](std::int64_t) {
@@ -754,7 +857,7 @@ std::int32_t SqliteRegistryStore::QueryValueAt(
       [&](const Handle& handle, const std::vector<std::string_view>& parts,
           const auto& open_failed) {
         if (bad_args) return kErrorInvalidParameter;
-        const std::string fold = FoldName(name ? name : "");
+        const std::string fold = FoldName(ToStored(name ? name : "", cp_));
         std::uint32_t stored_type = kRegNone;
         std::string bytes;
         bool opened = false;
@@ -791,13 +894,21 @@ std::int32_t SqliteRegistryStore::PutValue(std::int64_t key_id,
                                            const std::uint8_t* data,
                                            std::uint32_t size) {
   // A replaced value keeps its name's spelling and its place.
+  const std::string stored = ToStored(value_name, cp_);
+  std::string text;
+  if (IsConvertedType(type) && size > 0) {
+    text = ToStored(std::string_view(reinterpret_cast<const char*>(data), size), cp_);
+    if (text.size() > UINT32_MAX) return kErrorInvalidParameter;
+    data = reinterpret_cast<const std::uint8_t*>(text.data());
+    size = static_cast<std::uint32_t>(text.size());
+  }
   return Change(
       "INSERT INTO reg_values(key_id, name, fold, type, data, seq) "
       "VALUES(?1, ?2, ?3, ?4, ?5, (SELECT COALESCE(MAX(seq), 0) + 1 "
       "FROM reg_values WHERE key_id = ?1)) "
       "ON CONFLICT(key_id, fold) DO UPDATE SET "
       "type = excluded.type, data = excluded.data",
-      key_id, value_name, FoldName(value_name), std::int64_t{type},
+      key_id, std::string_view(stored), std::string_view(FoldName(stored)), std::int64_t{type},
       ValueData{data, size});
 }
 
@@ -844,7 +955,7 @@ std::int32_t SqliteRegistryStore::SetValueAt(
 std::int32_t SqliteRegistryStore::DeleteValue(RegKey key, const char* name) {
   return OnHandle(key, [&](const Handle& handle) {
     if ((handle.access & kKeySetValue) == 0) return DeniedWrite(handle);
-    const std::string fold = FoldName(name ? name : "");
+    const std::string fold = FoldName(ToStored(name ? name : "", cp_));
     return OnKey(true, handle.key_id, [&](std::int64_t) {
       std::int32_t c =
           Change("DELETE FROM reg_values WHERE key_id = ?1 AND fold = ?2",
@@ -890,17 +1001,20 @@ std::int32_t SqliteRegistryStore::EnumValue(
     return kErrorInvalidParameter;
   std::string value_name, bytes;
   std::uint32_t stored_type = kRegNone;
+  std::uint32_t cp = kCodePage1252;
   std::int32_t code = OnHandle(key, [&](const Handle& handle) {
+    cp = cp_;
     return OnKey(false, handle.key_id, [&](std::int64_t) {
       return QueryRow(
           "SELECT name, type, data FROM reg_values WHERE key_id = ?1 "
           "ORDER BY seq LIMIT 1 OFFSET ?2",
           kErrorNoMoreItems,
           [&](sqlite3_stmt* stmt) {
-            value_name = ColumnBytes(stmt, 0);
+            value_name = FromStored(ColumnBytes(stmt, 0), cp_);
             stored_type =
                 static_cast<std::uint32_t>(sqlite3_column_int64(stmt, 1));
             bytes = ColumnBytes(stmt, 2);
+            if (IsConvertedType(stored_type)) bytes = FromStored(bytes, cp_);
           },
           handle.key_id, std::int64_t{index});
     });
@@ -920,8 +1034,10 @@ std::int32_t SqliteRegistryStore::EnumValue(
   } else {
     code = kErrorMoreData;
     if (*name_length > 0) {
-      std::memcpy(name, value_name.data(), *name_length - 1);
-      name[*name_length - 1] = '\0';
+      // Under UTF-8 the cut ends before a character that would be split.
+      const std::size_t n = CutPoint(value_name, *name_length - 1, cp);
+      std::memcpy(name, value_name.data(), n);
+      name[n] = '\0';
     }
   }
   if (type != nullptr) *type = stored_type;
@@ -941,7 +1057,7 @@ std::int32_t SqliteRegistryStore::EnumKey(RegKey key, std::uint32_t index,
           "SELECT name FROM reg_keys WHERE parent = ?1 "
           "ORDER BY fold LIMIT 1 OFFSET ?2",
           kErrorNoMoreItems,
-          [&](sqlite3_stmt* stmt) { key_name = ColumnBytes(stmt, 0); },
+          [&](sqlite3_stmt* stmt) { key_name = FromStored(ColumnBytes(stmt, 0), cp_); },
           handle.key_id, std::int64_t{index});
     });
   });

@@ -41,8 +41,9 @@ std::int32_t LibraryErrorForResult(std::int32_t code) {
 bool ToStoreName(StringView text, std::string* out) {
   for (char16_t c : text)
     if (c == u'\0') return false;
-  if (!IsAnsiRepresentable(text)) return false;
-  *out = ToAnsi(text);
+  const std::uint32_t cp = GetCodePage();
+  if (!IsRepresentable(text, cp)) return false;
+  *out = ToCodePage(text, cp);
   return true;
 }
 
@@ -116,7 +117,7 @@ std::int32_t KivRegistryKey::SetValueEx(RegistryStore& store, RegKey root, const
       } else {
         text = value.IsString() ? value.AsString() : ToString(value);
       }
-      std::string data = ToAnsi(text);
+      std::string data = ToCodePage(text, GetCodePage());
       data.push_back('\0');
       if (data.size() > UINT32_MAX) return kErrorInvalidParameter;
       return store.SetValueAt(root, key_path.c_str(), name.c_str(), kRegSz,
@@ -178,7 +179,7 @@ std::int32_t KivRegistryKey::QueryValueEx(RegistryStore& store, RegKey root, con
     }
     if (type == kRegSz) {
       buf.resize(size > 0 ? size - 1 : 0);  // without the terminating NUL
-      value = Variant(FromAnsi(buf));
+      value = Variant(FromCodePage(buf, GetCodePage()));
       return kErrorSuccess;
     }
     if (type == kRegDword) {

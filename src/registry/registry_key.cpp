@@ -299,7 +299,7 @@ SafeArray KivRegistryKey::GetValueNames() {
       std::uint32_t length = kNameBuffer, size = kDataBuffer, type = 0;
       rc = key.store().EnumValue(key.get(), index, name.data(), &length, &type, data.data(), &size);
       if (rc != kErrorSuccess) break;
-      String text = FromAnsi(std::string_view(name.data(), length));
+      String text = FromCodePage(std::string_view(name.data(), length), GetCodePage());
       if (!Trim(text).empty()) names.push_back(std::move(text));
     }
     if (rc != kErrorNoMoreItems) put_ErrorState(rc);

@@ -101,7 +101,7 @@ void SubKeysCollection::LoadSubKeys(KivRegistryKey* parent) {
     char name[256];
     for (std::uint32_t index = 0;; ++index) {
       if (key.store().EnumKey(key.get(), index, name, sizeof name) != kErrorSuccess) break;
-      Add(FromAnsi(std::string_view(name, strnlen(name, sizeof name))));
+      Add(FromCodePage(std::string_view(name, strnlen(name, sizeof name)), GetCodePage()));
     }
   });
 }

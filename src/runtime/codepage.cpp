@@ -1,6 +1,11 @@
 #include "tarvo2/codepage.h"
 
 #include <array>
+#include <atomic>
+#include <cstdlib>
+#include <string>
+
+#include "tarvo2/error.h"
 
 namespace tarvo2 {
 namespace {
@@ -12,7 +17,85 @@ constexpr std::array<char16_t, 32> kHigh = {
     0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
     0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
+// 0 until the code page is first read or set.
+std::atomic<std::uint32_t> g_code_page{0};
+
+std::uint32_t CodePageFromEnvironment() {
+  const char* env = std::getenv("TARVO2_CODEPAGE");
+  if (env == nullptr) return kCodePage1252;
+  std::string_view v(env);
+  const size_t b = v.find_first_not_of(" \t");
+  if (b == std::string_view::npos) return kCodePage1252;
+  v = v.substr(b, v.find_last_not_of(" \t") - b + 1);
+  return v == "65001" ? kCodePageUtf8 : kCodePage1252;
+}
+
 }  // namespace
+
+std::uint32_t GetCodePage() noexcept {
+  std::uint32_t cp = g_code_page.load(std::memory_order_relaxed);
+  if (cp != 0) return cp;
+  std::uint32_t expected = 0;
+  g_code_page.compare_exchange_strong(expected, CodePageFromEnvironment());
+  return g_code_page.load(std::memory_order_relaxed);
+}
+
+void SetCodePage(std::uint32_t code_page) {
+  if (!IsSupportedCodePage(code_page)) RaiseRuntimeError(err::kInvalidProcedureCall);
+  g_code_page.store(code_page, std::memory_order_relaxed);
+}
+
+bool IsSupportedCodePage(std::uint32_t code_page) noexcept {
+  return code_page == kCodePage1252 || code_page == kCodePageUtf8;
+}
+
+std::string ToCodePage(std::u16string_view text, std::uint32_t code_page) {
+  return code_page == kCodePageUtf8 ? ToUtf8(text) : ToAnsi(text);
+}
+
+std::u16string FromCodePage(std::string_view bytes, std::uint32_t code_page) {
+  return code_page == kCodePageUtf8 ? FromUtf8(bytes) : FromAnsi(bytes);
+}
+
+bool IsRepresentable(std::u16string_view text, std::uint32_t code_page) noexcept {
+  if (code_page != kCodePageUtf8) return IsAnsiRepresentable(text);
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char16_t c = text[i];
+    if (c < 0xD800 || c > 0xDFFF) continue;
+    if (c > 0xDBFF || i + 1 == text.size() || text[i + 1] < 0xDC00 || text[i + 1] > 0xDFFF)
+      return false;
+    ++i;
+  }
+  return true;
+}
+
+std::size_t CutPoint(std::string_view bytes, std::size_t limit,
+                     std::uint32_t code_page) noexcept {
+  if (limit >= bytes.size()) return bytes.size();
+  if (code_page != kCodePageUtf8 || limit == 0) return limit;
+  // Back over continuation bytes to the byte that may start the character
+  // running across the limit; it is split only when it starts a valid
+  // sequence that reaches past the limit.
+  const size_t lowest = limit >= 3 ? limit - 3 : 0;
+  for (size_t p = limit; p-- > lowest;) {
+    if ((static_cast<unsigned char>(bytes[p]) & 0xC0) == 0x80) continue;
+    const size_t n = Utf8SequenceLength(bytes, p);
+    return n > 1 && p + n > limit ? p : limit;
+  }
+  return limit;
+}
+
+std::size_t LastCharStart(std::string_view bytes, std::uint32_t code_page) noexcept {
+  if (bytes.empty()) return 0;
+  const size_t last = bytes.size() - 1;
+  if (code_page != kCodePageUtf8) return last;
+  const size_t lowest = last >= 3 ? last - 3 : 0;
+  for (size_t p = last + 1; p-- > lowest;) {
+    if ((static_cast<unsigned char>(bytes[p]) & 0xC0) == 0x80) continue;
+    return p + Utf8SequenceLength(bytes, p) == bytes.size() ? p : last;
+  }
+  return last;
+}
 
 char16_t AnsiByteToChar(unsigned char b) noexcept {
   return (b >= 0x80 && b <= 0x9F) ? kHigh[b - 0x80] : static_cast<char16_t>(b);

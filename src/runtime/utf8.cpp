@@ -1,6 +1,6 @@
-// UTF-8 conversions for the edges of the library (file names, the console).
-// They live with the runtime because error texts and diagnostics need them
-// below the platform layer.
+// UTF-8 conversions for the edges of the library (file names, the console)
+// and for code page 65001. They live with the runtime because error texts
+// and diagnostics need them below the platform layer.
 #include "tarvo2/codepage.h"
 
 namespace tarvo2 {
@@ -10,6 +10,10 @@ std::string ToUtf8(std::u16string_view text) {
   out.reserve(text.size());
   for (size_t i = 0; i < text.size(); ++i) {
     char32_t cp = text[i];
+    if (cp < 0x80) {
+      out += static_cast<char>(cp);
+      continue;
+    }
     if (cp >= 0xD800 && cp <= 0xDBFF && i + 1 < text.size() &&
         text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF) {
       cp = 0x10000 + ((cp - 0xD800) << 10) + (text[i + 1] - 0xDC00);
@@ -17,9 +21,7 @@ std::string ToUtf8(std::u16string_view text) {
     } else if (cp >= 0xD800 && cp <= 0xDFFF) {
       cp = 0xFFFD;
     }
-    if (cp < 0x80) {
-      out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
+    if (cp < 0x800) {
       out += static_cast<char>(0xC0 | (cp >> 6));
       out += static_cast<char>(0x80 | (cp & 0x3F));
     } else if (cp < 0x10000) {
@@ -36,31 +38,46 @@ std::string ToUtf8(std::u16string_view text) {
   return out;
 }
 
+std::size_t Utf8SequenceLength(std::string_view s, std::size_t i) noexcept {
+  const auto at = [&](std::size_t k) { return static_cast<unsigned char>(s[k]); };
+  const unsigned char b = at(i);
+  if (b < 0x80) return 1;
+  std::size_t n;
+  char32_t cp;
+  if (b >= 0xC2 && b <= 0xDF) { n = 2; cp = b & 0x1F; }
+  else if ((b & 0xF0) == 0xE0) { n = 3; cp = b & 0x0F; }
+  else if (b >= 0xF0 && b <= 0xF4) { n = 4; cp = b & 0x07; }
+  else return 0;  // a continuation byte, C0, C1 or F5..FF
+  if (i + n > s.size()) return 0;
+  for (std::size_t k = 1; k < n; ++k) {
+    if ((at(i + k) & 0xC0) != 0x80) return 0;
+    cp = (cp << 6) | (at(i + k) & 0x3F);
+  }
+  static constexpr char32_t kMin[] = {0, 0, 0x80, 0x800, 0x10000};
+  if (cp < kMin[n] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return 0;
+  return n;
+}
+
 std::u16string FromUtf8(std::string_view s) {
   std::u16string out;
   out.reserve(s.size());
   size_t i = 0;
   while (i < s.size()) {
-    unsigned char b = static_cast<unsigned char>(s[i]);
-    char32_t cp;
-    int extra;
-    if (b < 0x80) { cp = b; extra = 0; }
-    else if ((b & 0xE0) == 0xC0) { cp = b & 0x1F; extra = 1; }
-    else if ((b & 0xF0) == 0xE0) { cp = b & 0x0F; extra = 2; }
-    else if ((b & 0xF8) == 0xF0) { cp = b & 0x07; extra = 3; }
-    else { out += u'\uFFFD'; ++i; continue; }
-    bool ok = true;
-    for (int k = 1; k <= extra; ++k) {
-      if (i + k >= s.size() || (static_cast<unsigned char>(s[i + k]) & 0xC0) != 0x80) { ok = false; break; }
-      cp = (cp << 6) | (static_cast<unsigned char>(s[i + k]) & 0x3F);
+    const unsigned char b = static_cast<unsigned char>(s[i]);
+    if (b < 0x80) {
+      out += static_cast<char16_t>(b);
+      ++i;
+      continue;
     }
-    static constexpr char32_t kMin[] = {0, 0x80, 0x800, 0x10000};
-    if (!ok || cp < kMin[extra] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
+    const std::size_t n = Utf8SequenceLength(s, i);
+    if (n == 0) {
       out += u'\uFFFD';
       ++i;
       continue;
     }
-    i += extra + 1;
+    char32_t cp = n == 2 ? (b & 0x1F) : n == 3 ? (b & 0x0F) : (b & 0x07);
+    for (std::size_t k = 1; k < n; ++k) cp = (cp << 6) | (static_cast<unsigned char>(s[i + k]) & 0x3F);
+    i += n;
     if (cp >= 0x10000) {
       cp -= 0x10000;
       out += static_cast<char16_t>(0xD800 + (cp >> 10));
