@@ -61,8 +61,9 @@ class IniFileTest : public ::testing::Test {
 TEST_F(IniFileTest, AccessLayerWritesCodePageTextToUtf8PathsAndLabelsStoreErrors) {
   const String path = u"/d/\u00e9t\u00e9.ini", s = u"S\u00e9c", k = u"k\u20ac";
   ini::INISetValue(*services_, path, s, k, u"\u00fc\u65e5");
-  EXPECT_EQ(Content("/d/\xc3\xa9t\xc3\xa9.ini"), "[S\xe9" "c]\nk\x80=\xfc?\n");
-  EXPECT_EQ(ini::INIGetValue(*services_, path, s, k, u""), u"\u00fc?");
+  EXPECT_EQ(Content("/d/\xc3\xa9t\xc3\xa9.ini"), Utf8Run() ? "[S\xc3\xa9" "c]\nk\xe2\x82\xac=\xc3\xbc\xe6\x97\xa5\n"
+                                                    : "[S\xe9" "c]\nk\x80=\xfc?\n");
+  EXPECT_EQ(ini::INIGetValue(*services_, path, s, k, u""), Utf8Run() ? u"\u00fc\u65e5" : u"\u00fc?");
   EXPECT_EQ(ini::INIGetSections(*services_, path), s + String(1, u'\0'));
   EXPECT_EQ(ini::INIGetValue(*services_, path, s, u"none", u"d\u00e9  "), u"d\u00e9");
   // Name lists: only spaces is none; otherwise the last character goes
@@ -93,10 +94,13 @@ TEST_F(IniFileTest, ReadsTakeOneBufferOf1024Characters) {
     SCOPED_TRACE(len);
     const String value = Name(len, u'\u00ff');  // the last character is cut first
     Call(ini, u"SetValue", {u"k", value});
-    const Variant expected(value.substr(0, 1023));
+    // Under 65001 the last character takes two bytes, and a cut that would
+    // split it ends before it.
+    const size_t kept = !Utf8Run() ? 1023 : len + 1 <= 1023 ? len : std::min<size_t>(len - 1, 1023);
+    const Variant expected(value.substr(0, kept));
     EXPECT_EQ(Call(ini, u"GetValue", {u"k"}), expected);
     EXPECT_EQ(GetProperty(ini, u"Value"), expected);
-    EXPECT_EQ(Content(), "[DEFAULT]\nk=" + ToAnsi(value) + "\n");
+    EXPECT_EQ(Content(), "[DEFAULT]\nk=" + (Utf8Run() ? ToUtf8(value) : ToAnsi(value)) + "\n");
   }
   // Name lengths written, and the lengths read back; a read name shorter
   // than the written one is its start.
@@ -210,7 +214,8 @@ TEST_F(IniFileTest, OddFilesAreEditedInPlaceAndRefusedWritesChangeNothing) {
   const std::string mb(1 << 20, 'm');
   struct Row { std::string before; Variant k; String added; std::string after; };
   const Row rows[] = {
-      {"[S]\nk=\xff\x81\x90\n", u"\u00ff\u0081\u0090", u"\u00e9", "[S]\nk=\xff\x81\x90\nj=\xe9\n"},
+      Utf8Run() ? Row{"[S]\nk=\xff\x81\x90\n", u"\uFFFD\uFFFD\uFFFD", u"\u00e9", "[S]\nk=\xff\x81\x90\nj=\xc3\xa9\n"}
+                : Row{"[S]\nk=\xff\x81\x90\n", u"\u00ff\u0081\u0090", u"\u00e9", "[S]\nk=\xff\x81\x90\nj=\xe9\n"},
       {"\xEF\xBB\xBF[S]\nk=\xc3\xa9\n", u"\u00e9", u"\u00fc", "\xEF\xBB\xBF[S]\nk=\xc3\xa9\nj=\xc3\xbc\n"},
       {"[S]\nk=" + mb + "\n", FromAnsi(mb.substr(0, 1023)), u"2", "[S]\nk=" + mb + "\nj=2\n"},  // read cut, kept whole
   };
@@ -236,6 +241,71 @@ TEST_F(IniFileTest, OddFilesAreEditedInPlaceAndRefusedWritesChangeNothing) {
   EXPECT_EQ(ini_->GetFieldNames(), Strings({}));
   ini_->SetValue(u"j", 2);
   EXPECT_EQ(Content(), "[S]\nj=2\n");
+}
+
+// Code page 65001: non-Latin names and values, names matched under Unicode
+// simple case folding, invalid UTF-8 in files, cuts inside multi-byte
+// characters, and files written under the other code page (what Windows
+// gives for the same bytes).
+TEST_F(IniFileTest, NonLatinTextCaseFoldingBadBytesAndCutsUnderCodePage65001) {
+  ScopedCodePage utf8(kCodePageUtf8);
+  struct Row { const char* what; std::string before; String section, key; Variant value; std::string after; };
+  const Row rows[] = {
+      {"round trip", "", u"Caf\u00e9", u"\u65e5\u672c\u8a9e", u"\U0001F600 Caf\u00e9",
+       "[Caf\xC3\xA9]\n\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E=\xF0\x9F\x98\x80 Caf\xC3\xA9\n"},
+      {"A umlaut", "[\xC3\x84]\nk=1\n", u"\u00e4", u"K", u"1", "[\xC3\x84]\nk=1\n"},
+      {"sigmas", "[\xCE\xA3]\n\xCF\x82=1\n", u"\u03c3", u"\u03a3", u"1", "[\xCE\xA3]\n\xCF\x82=1\n"},
+      {"sharp s", "[S]\n\xC3\x9F=1\n", u"S", u"\u1e9e", u"1", "[S]\n\xC3\x9F=1\n"},
+      {"not ss", "[S]\nss=1\n", u"S", u"\u00df", u"d", "[S]\nss=1\n"},
+      {"1252 bytes", "[S]\nk=Caf\xE9\n", u"S", u"k", u"Caf\uFFFD", "[S]\nk=Caf\xE9\n"},
+      {"cut sequence", "[S]\nk=\xE6\x97 \xF0\x9F\x98\n", u"S", u"k", u"\uFFFD\uFFFD \uFFFD\uFFFD\uFFFD",
+       "[S]\nk=\xE6\x97 \xF0\x9F\x98\n"},
+      {"bom file", "\xEF\xBB\xBF[S]\nk=\xC3\xA9\n", u"s", u"K", u"\u00e9", "\xEF\xBB\xBF[S]\nk=\xC3\xA9\n"},
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(r.what);
+    fs_->DeleteFile(kFile);
+    if (!r.before.empty()) Put(r.before);
+    ini_->put_Section(r.section);
+    if (r.before.empty()) ini_->SetValue(r.key, r.value);
+    EXPECT_EQ(ini_->GetValue(r.key, u"\t", false, false, u"d"), r.value);
+    EXPECT_EQ(Content(), r.after);
+  }
+  ASSERT_TRUE(fs_->DeleteFile(kFile).ok());
+  ini_->put_Section(u"S");
+  ini_->SetValue(u"k", String(u"a\xDC00", 2));  // a lone surrogate
+  EXPECT_EQ(Content(), "[S]\nk=a\xEF\xBF\xBD\n");
+  EXPECT_EQ(ini_->GetValue(u"k"), Variant(u"a\uFFFD"));
+  // Cuts at 1,023 bytes (1,022 for lists) never split a character: a value
+  // ends before the character that would not fit; a list's last name too,
+  // and decoding drops one more whole character.
+  const std::pair<String, String> cuts[] = {
+      {String(1021, u'a') + u"\u00e9\u00e9", String(1021, u'a') + u"\u00e9"},  // 1,025 bytes: the second cut whole
+      {String(1022, u'a') + u"\u00e9", String(1022, u'a')},                     // 1,024: the last one cut whole
+      {String(1020, u'a') + u"\U0001F600", String(1020, u'a')},                 // 1,024: the emoji cut whole
+      {String(1019, u'a') + u"\U0001F600", String(1019, u'a') + u"\U0001F600"}, // 1,023: fits
+  };
+  ini_->put_Section(u"C");
+  for (const auto& [value, read] : cuts) {
+    SCOPED_TRACE(value.size());
+    ini_->SetValue(u"k", value);
+    EXPECT_EQ(ini_->GetValue(u"k"), Variant(read));
+  }
+  Variant keys(KivINIFileHandler::Create());
+  LetProperty(keys, u"Path", u"/d/keys.ini");
+  LetProperty(keys, u"Section", u"K");
+  Call(keys, u"SetValue", {String(1018, u'a') + u"\u65e5\u672c", 1});  // 1,024 bytes: cut before the second
+  EXPECT_EQ(Call(keys, u"GetFieldNames"), Variant(Strings({String(1018, u'a')})));
+  // A file written under 65001 and read under 1252, and back.
+  Put("[S]\nk=Caf\xC3\xA9\n");
+  ini_->put_Section(u"S");
+  {
+    ScopedCodePage ansi(kCodePage1252);
+    EXPECT_EQ(ini_->GetValue(u"k"), Variant(u"Caf\u00c3\u00a9"));
+    ini_->SetValue(u"z", u"Zo\u00eb");
+  }
+  EXPECT_EQ(Content(), "[S]\nk=Caf\xC3\xA9\nz=Zo\xEB\n");  // two encodings in one file, as on Windows
+  EXPECT_EQ(ini_->GetValue(u"z"), Variant(u"Zo\uFFFD"));
 }
 
 TEST(IniRealFileTest, FoldersReadOnlyFilesAndMissingFoldersStayAsTheyWere) {

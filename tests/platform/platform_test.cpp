@@ -26,7 +26,10 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/unicode_case.h"
 #include "tarvo2/codepage.h"
+#include "tarvo2/convert.h"
+#include "tarvo2/error.h"
 #include "tarvo2/host_module.h"
 #include "tarvo2/profile_store.h"
 #include "tarvo2/random.h"
@@ -897,6 +900,129 @@ TEST(CodepageTest, RoundTripsAndReplacements) {
             u"\U0001F600\uFFFD\uFFFD\uFFFD\uFFFD\uFFFDa\uFFFD\0b"s);
   EXPECT_EQ(ToUtf8(u"\U0001F600\u00E9"), "\xF0\x9F\x98\x80\xC3\xA9");
   EXPECT_EQ(ToUtf8(std::u16string(1, char16_t{0xDC00})), "\xEF\xBF\xBD");
+}
+
+// Code page 65001: conversions, the setting, cuts that keep characters whole
+// and the case folding of names.
+TEST(CodepageTest, Utf8CodePageCutsAndSetting) {
+  struct Conv { const char* what; std::u16string text; std::string bytes; std::u16string back; };
+  const Conv convs[] = {
+      {"Latin, CJK, emoji", u"Caf\u00e9\u65e5\U0001F600", "Caf\xC3\xA9\xE6\x97\xA5\xF0\x9F\x98\x80", u"Caf\u00e9\u65e5\U0001F600"},
+      {"lone surrogates", u"a\xDBFF!\xDC00"s, "a\xEF\xBF\xBD!\xEF\xBF\xBD", u"a\uFFFD!\uFFFD"},
+      {"C1 and NUL", u"\u0081\0"s, "\xC2\x81\0"s, u"\u0081\0"s},
+  };
+  for (const Conv& c : convs) {
+    EXPECT_EQ(ToCodePage(c.text, kCodePageUtf8), c.bytes) << c.what;
+    EXPECT_EQ(FromCodePage(c.bytes, kCodePageUtf8), c.back) << c.what;
+    EXPECT_EQ(IsRepresentable(c.text, kCodePageUtf8), c.text == c.back) << c.what;
+  }
+  EXPECT_EQ(FromCodePage("\xC3\xA9", kCodePage1252), u"\u00c3\u00a9");
+  // Cuts: the limit, and where each code page ends.
+  struct Cut { std::string bytes; size_t limit, ansi, utf8, last_utf8; };
+  const Cut cuts[] = {
+      {"ab\xC3\xA9", 3, 3, 2, 2},        {"ab\xC3\xA9", 4, 4, 4, 2},   {"\xE6\x97\xA5x", 2, 2, 0, 3},
+      {"a\xF0\x9F\x98\x80", 4, 4, 1, 1}, {"a\xF0\x9F\x98\x80", 5, 5, 5, 1},
+      {"a\xE6\x97", 2, 2, 2, 2},           // an unfinished sequence is invalid bytes, cut anywhere
+      {"\x80\x80\x80\x80", 2, 2, 2, 3},   // stray continuation bytes too
+      {"", 0, 0, 0, 0},                    {"abc", 9, 3, 3, 2},
+  };
+  for (const Cut& c : cuts) {
+    SCOPED_TRACE(::testing::PrintToString(c.bytes) + " at " + std::to_string(c.limit));
+    EXPECT_EQ(CutPoint(c.bytes, c.limit, kCodePage1252), c.ansi);
+    EXPECT_EQ(CutPoint(c.bytes, c.limit, kCodePageUtf8), c.utf8);
+    EXPECT_EQ(LastCharStart(c.bytes, kCodePageUtf8), c.last_utf8);
+  }
+  const std::uint32_t before = GetCodePage();
+  SetCodePage(kCodePageUtf8);
+  EXPECT_EQ(GetCodePage(), kCodePageUtf8);
+  try {
+    SetCodePage(65000);
+    ADD_FAILURE() << "65000 accepted";
+  } catch (const Error& e) {
+    EXPECT_EQ(e.Number(), 5);
+    EXPECT_EQ(e.Description(), u"Invalid procedure call or argument");
+    EXPECT_EQ(e.Source(), u"Tarvo2");
+  }
+  EXPECT_EQ(GetCodePage(), kCodePageUtf8);  // unchanged by the refusal
+  SetCodePage(before);
+  // The environment decides in a fresh process only.
+  for (auto [env, want] : {std::pair{" 65001 ", 65001}, {"1252", 1252}, {"utf-8", 1252}, {"", 1252}}) {
+    InChildren(1, [env = env, want = want](int) {
+      ::setenv("TARVO2_CODEPAGE", env, 1);
+      return GetCodePage() == static_cast<std::uint32_t>(want) ? 0 : 1;
+    });
+  }
+}
+
+TEST(CodepageTest, NamesFoldUnderUnicodeSimpleCaseFolding) {
+  // Pairs of names, and whether they are one name.
+  struct Row { const char* a; const char* b; bool same; };
+  const Row rows[] = {
+      {"\xC3\x84pfel", "\xC3\xA4PFEL", true},                  // Ä ä
+      {"\xCE\xA3", "\xCF\x83", true}, {"\xCF\x82", "\xCE\xA3", true},  // Σ σ ς
+      {"\xC3\x9F", "\xE1\xBA\x9E", true},                      // ß ẞ
+      {"\xC3\x9F", "SS", false}, {"\xC3\x9F", "ss", false},     // not full folding
+      {"\xC4\xB1", "I", false},                                // dotless i stays apart
+      {"\xD0\x96", "\xD0\xB6", true},                           // Cyrillic Ж ж
+      {"\xF0\x90\x90\x80", "\xF0\x90\x90\xA8", true},          // Deseret, outside the BMP
+      {"\xC5\xA0", "\xC5\xA1", true}, {"\xC5\xB8", "\xC3\xBF", true},  // Š š, Ÿ ÿ
+      {"\xC2\xB5", "\xC5\x93", false},                          // µ œ
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(std::string(r.a) + " / " + r.b);
+    EXPECT_EQ(unicode_case::Fold(FromUtf8(r.a)) == unicode_case::Fold(FromUtf8(r.b)), r.same);
+    EXPECT_EQ(unicode_case::UpperKey(r.a) == unicode_case::UpperKey(r.b), r.same);
+  }
+  // Within Windows-1252 the pairs are those of upper-casing, as before.
+  for (int a = 0; a < 256; ++a)
+    for (int b = a + 1; b < 256; ++b) {
+      const std::u16string ca(1, AnsiByteToChar(a)), cb(1, AnsiByteToChar(b));
+      ASSERT_EQ(unicode_case::Fold(ca) == unicode_case::Fold(cb), ToUpper(ca) == ToUpper(cb)) << a << " " << b;
+    }
+  // Keys sort by upper case in code point order: "_" after the letters.
+  EXPECT_LT(unicode_case::UpperKey("b"), unicode_case::UpperKey("_"));
+  EXPECT_LT(unicode_case::UpperKey("\xC3\xA4"), unicode_case::UpperKey("\xC5\xA1"));  // ä before š
+}
+
+// A database of schema version 1 held Windows-1252 names and texts: it is
+// converted on open, and reads the same under either code page.
+TEST_F(RegistryStoreTest, Version1DatabaseIsConvertedOnOpen) {
+  {
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(path_.c_str(), &db), SQLITE_OK);
+    const char* sql = R"sql(
+      CREATE TABLE reg_keys(id INTEGER PRIMARY KEY AUTOINCREMENT, parent INTEGER, name BLOB NOT NULL,
+                            fold BLOB NOT NULL, depth INTEGER NOT NULL);
+      CREATE UNIQUE INDEX reg_keys_by_fold ON reg_keys(parent, fold);
+      CREATE TABLE reg_values(key_id INTEGER NOT NULL, name BLOB NOT NULL, fold BLOB NOT NULL,
+                              type INTEGER NOT NULL, data BLOB NOT NULL, seq INTEGER NOT NULL,
+                              PRIMARY KEY(key_id, fold));
+      CREATE INDEX reg_values_by_seq ON reg_values(key_id, seq);
+      INSERT INTO reg_keys(id, parent, name, fold, depth) VALUES
+        (1, NULL, 'HKEY_CLASSES_ROOT', 'HKEY_CLASSES_ROOT', 0), (2, NULL, 'HKEY_CURRENT_USER', 'HKEY_CURRENT_USER', 0),
+        (3, NULL, 'HKEY_LOCAL_MACHINE', 'HKEY_LOCAL_MACHINE', 0), (4, NULL, 'HKEY_USERS', 'HKEY_USERS', 0),
+        (5, 2, X'436166E9', X'434146C9', 1), (6, 2, X'E4', X'C4', 1);
+      INSERT INTO reg_values VALUES (5, X'5A6FEB', X'5A4FCB', 1, X'5A6FEB2080', 1), (5, X'62', X'42', 3, X'E9', 2);
+      PRAGMA application_id = 1414682162;
+      PRAGMA user_version = 1;)sql";
+    ASSERT_EQ(sqlite3_exec(db, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
+    sqlite3_close(db);
+  }
+  for (std::uint32_t cp : {kCodePageUtf8, kCodePage1252}) {
+    SCOPED_TRACE(cp);
+    const std::uint32_t before = GetCodePage();
+    SetCodePage(cp);
+    std::int32_t opened = -1;
+    auto store = OpenSqliteRegistryStore(path_, {}, &opened);
+    ASSERT_EQ(opened, 0);
+    const bool utf8 = cp == kCodePageUtf8;
+    RegKey key = Create(store.get(), kHKeyCurrentUser, utf8 ? "CAF\xC3\x89" : "CAF\xC9");
+    EXPECT_EQ(Get(store.get(), key, utf8 ? "zO\xC3\x8B" : "zO\xCB"), utf8 ? "Zo\xC3\xAB \xE2\x82\xAC"s + '\0' : "Zo\xEB \x80\0"s);
+    EXPECT_EQ(Get(store.get(), key, "B"), "\xE9");  // binary data keeps its bytes
+    EXPECT_EQ(SubKeys(store.get(), kHKeyCurrentUser), utf8 ? (Names{"Caf\xC3\xA9", "\xC3\xA4"}) : (Names{"Caf\xE9", "\xE4"}));
+    store.reset();
+    SetCodePage(before);
+  }
 }
 
 TEST(ServicesTest, HostModuleIsThisProgramAndAFixedSeedRepeats) {

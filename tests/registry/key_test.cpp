@@ -48,7 +48,8 @@ TEST_F(KeyTest, StoreResultCodesAreRecordedAndTheTenKnownOnesRaise) {
 TEST_F(KeyTest, ValuesAreStoredAsTextOrNativeIntegersOrNotAtAll) {
   using B = std::string;
   const std::tuple<Variant, std::uint32_t, std::string> rows[] = {  // type 0: not written
-      {Variant(u""), kRegSz, B("\0", 1)}, {Variant(u"\u00e9\u20ac\u03a9"), kRegSz, B("\xe9\x80?\0", 4)},
+      {Variant(u""), kRegSz, B("\0", 1)}, {Variant(u"\u00e9\u20ac\u03a9"), kRegSz,
+       Utf8Run() ? B("\xc3\xa9\xe2\x82\xac\xce\xa9\0", 8) : B("\xe9\x80?\0", 4)},
       {Variant(true), kRegDword, B("\xff\xff\xff\xff", 4)}, {Variant(short{-2}), kRegDword, B("\xfe\xff\xff\xff", 4)},
       {Variant(258), kRegDword, B("\x02\x01\0\0", 4)}, {Variant(3.0), kRegSz, B("3.0\0", 4)},
       {Variant(1e20), kRegSz, B("1.0E+20\0", 8)}, {Variant(-2.5e-7), kRegSz, B("-2.5E-07\0", 9)},
@@ -84,7 +85,11 @@ TEST_F(KeyTest, ValuesAreStoredAsTextOrNativeIntegersOrNotAtAll) {
 TEST_F(KeyTest, NamesAreTrimmedListedInCreationOrderAndRefusedWhenTheCodePageCannotCarryThem) {
   auto key = Key(u"Software\\Names");
   EXPECT_FALSE(key->SetValue(u" word ", Variant(u"x")));  // listed below as "word"
-  for (const String& name : {String(u"a\0b", 3), String(u"\u03a9mega"), String(u"x\U0001F600")}) {
+  // Names the code page cannot carry: a NUL under both, Greek and an emoji
+  // under 1252, a lone surrogate under 65001.
+  const std::vector<String> refused = Utf8Run() ? std::vector<String>{String(u"a\0b", 3), String(u"x\xD800y")}
+      : std::vector<String>{String(u"a\0b", 3), String(u"\u03a9mega"), String(u"x\U0001F600")};
+  for (const String& name : refused) {
     SCOPED_TRACE(ToUtf8(name));
     EXPECT_ERROR(key->SetValue(name, Variant(u"v")), Lib(ErrInvalidParameters), u"Invalid Parameters",
                  kWriteChain);
@@ -103,6 +108,55 @@ TEST_F(KeyTest, NamesAreTrimmedListedInCreationOrderAndRefusedWhenTheCodePageCan
   services_->registry_store()->DeleteKey(kHKeyCurrentUser, "Software\\Names");  // cannot be opened: none, no code
   EXPECT_EQ(key->GetValueNames().Count(), 0u);
   EXPECT_EQ(key->get_ErrorState(), 0);
+}
+
+// Code page 65001: non-Latin names and values round-trip, names match under
+// Unicode simple case folding, and the store keeps characters, so what one
+// code page wrote the other reads as the same characters ('?' where 1252
+// has no byte), as Windows does with its UTF-16 registry.
+TEST_F(KeyTest, NonLatinNamesValuesAndCaseFoldingUnderCodePage65001) {
+  ScopedCodePage utf8(kCodePageUtf8);
+  auto key = Key(u"Software\\Caf\u00e9\\\u65e5\u672c\u8a9e");
+  struct Row { String name, value, same_name; std::string bytes; };
+  const Row rows[] = {
+      {u"Caf\u00e9", u"Caf\u00e9", u"CAF\u00c9", "Caf\xC3\xA9"},
+      {u"\u65e5\u672c\u8a9e", u"\u65e5\u672c\u8a9e", u"\u65e5\u672c\u8a9e", "\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E"},
+      {u"x\U0001F600", u"\U0001F600", u"X\U0001F600", "\xF0\x9F\x98\x80"},
+      {u"\u00c4pfel", u"\u00e4", u"\u00e4PFEL", "\xC3\xA4"},
+      {u"\u03a3\u0391\u03a3", u"lone \xD800", u"\u03c3\u03b1\u03c2", "lone \xEF\xBF\xBD"},  // final sigma folds to sigma
+      {u"Stra\u00dfe", u"\u00df", u"STRA\u1e9eE", "\xC3\x9F"},                           // capital sharp s
+      {u"STRASSE", u"ss", u"strasse", "ss"},                                              // but not "ss"
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(ToUtf8(r.name));
+    EXPECT_FALSE(key->SetValue(r.name, Variant(r.value)));
+    EXPECT_EQ(key->GetValue(r.same_name), Variant(r.value.find(u'\xD800') == String::npos ? r.value : u"lone \uFFFD"));
+    EXPECT_EQ(Raw("Software\\Caf\xC3\xA9\\\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E", ToUtf8(r.name)),
+              std::make_pair(kRegSz, r.bytes + std::string(1, '\0')));
+  }
+  const std::vector<String> names = {u"Caf\u00e9", u"\u65e5\u672c\u8a9e", u"x\U0001F600", u"\u00c4pfel",
+                                     u"\u03a3\u0391\u03a3", u"Stra\u00dfe", u"STRASSE"};
+  EXPECT_EQ(key->GetValueNames(), SafeArray::OfStrings(names));
+  auto parent = Key(u"Software\\caf\u00c9");
+  EXPECT_EQ(parent->get_SubKeys()->get_Count(), 1);
+  EXPECT_EQ(parent->get_SubKeys()->get_Item(Variant(1))->get_KeyName(), u"Software\\caf\u00c9\\\u65e5\u672c\u8a9e");
+  EXPECT_FALSE(parent->SetValue(u"Caf\u00e9", Variant(u"\u65e5 Caf\u00e9 \U0001F600")));
+  {
+    ScopedCodePage ansi(kCodePage1252);  // the same store read under 1252
+    EXPECT_EQ(parent->GetValue(u"CAF\u00c9"), Variant(u"? Caf\u00e9 ??"));  // one '?' per UTF-16 unit
+    RegKey h = 0;
+    ASSERT_EQ(GetRegistryStore()->OpenKey(kHKeyCurrentUser, "Software\\Caf\xE9", kKeyRead, &h), 0);
+    char name[16] = {};
+    EXPECT_EQ(GetRegistryStore()->EnumKey(h, 0, name, sizeof name), 0);
+    EXPECT_STREQ(name, "???");
+    GetRegistryStore()->CloseKey(h);
+    auto zoe = Key(u"Software\\Zo\u00eb");
+    EXPECT_FALSE(zoe->SetValue(u"Zo\u00eb", Variant(u"Zo\u00eb \u20ac")));
+    EXPECT_EQ(Raw("Software\\Zo\xEB", "Zo\xEB").second, std::string("Zo\xEB \x80\0", 7));
+  }
+  auto zoe = Key(u"Software\\ZO\u00cb");
+  EXPECT_EQ(zoe->GetValue(u"zo\u00cb"), Variant(u"Zo\u00eb \u20ac"));
+  EXPECT_EQ(Raw("Software\\Zo\xC3\xAB", "Zo\xC3\xAB").second, "Zo\xC3\xAB \xE2\x82\xAC" + std::string(1, '\0'));
 }
 
 TEST_F(KeyTest, DefaultsStandForMissingValuesAndValueWritesUnderTheRememberedName) {

@@ -116,7 +116,8 @@ TEST_F(StorageStringFiles, SaveAndLoadKeepEveryCharacterAndAppend) {
   MemFs fs;
   auto ss = Page(AwkwardPage());
   ss->Save(u"page.txt");
-  EXPECT_EQ(FileBytes(fs.fs.get(), "page.txt"), ToAnsi(AwkwardPage()));  // one byte per character
+  // One byte per character under 1252; UTF-8 under 65001.
+  EXPECT_EQ(FileBytes(fs.fs.get(), "page.txt"), Utf8Run() ? ToUtf8(AwkwardPage()) : ToAnsi(AwkwardPage()));
   auto back = Page(u"old");
   back->put_PageName(u"other");
   back->ExtractText(2, 3);
@@ -125,9 +126,36 @@ TEST_F(StorageStringFiles, SaveAndLoadKeepEveryCharacterAndAppend) {
   ss->put_Value(u"\u4e2d!");  // outside the code page
   ss->Save(u"page.txt", true);
   ss->Load(u"page.txt", true);
-  EXPECT_EQ(ss->PageText(), u"\u4e2d!" + AwkwardPage() + u"?!");
+  EXPECT_EQ(ss->PageText(), u"\u4e2d!" + AwkwardPage() + (Utf8Run() ? u"\u4e2d!" : u"?!"));
   ss->Save(u"new.txt", true);  // appending creates a missing file
-  EXPECT_EQ(FileBytes(fs.fs.get(), "new.txt"), ToAnsi(ss->PageText()));
+  EXPECT_EQ(FileBytes(fs.fs.get(), "new.txt"), Utf8Run() ? ToUtf8(ss->PageText()) : ToAnsi(ss->PageText()));
+}
+
+// Under 65001 files are UTF-8: every character survives, a lone surrogate is
+// written as U+FFFD, bytes that are not UTF-8 load as U+FFFD each.
+TEST(StorageStringFiles, Utf8FilesUnderCodePage65001) {
+  ScopedCodePage utf8(kCodePageUtf8);
+  MemFs fs;
+  struct Row { const char* what; String page; std::string bytes; String loaded; };
+  const Row rows[] = {
+      {"non-Latin", u"Caf\u00e9 \u65e5\u672c\u8a9e \U0001F600", "Caf\xC3\xA9 \xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E \xF0\x9F\x98\x80",
+       u"Caf\u00e9 \u65e5\u672c\u8a9e \U0001F600"},
+      {"lone surrogates", String(u"a\xD800b\xDC00", 4), "a\xEF\xBF\xBD" "b\xEF\xBF\xBD", u"a\uFFFDb\uFFFD"},
+      {"nul kept", String(u"a\0b", 3), std::string("a\0b", 3), String(u"a\0b", 3)},
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(r.what);
+    auto ss = Page(r.page);
+    ss->Save(u"u.txt");
+    EXPECT_EQ(FileBytes(fs.fs.get(), "u.txt"), r.bytes);
+    ss->Load(u"u.txt");
+    EXPECT_EQ(ss->PageText(), r.loaded);
+  }
+  // Invalid bytes, as a 1252 file and a cut file have them: one U+FFFD each.
+  ASSERT_TRUE(fs->WriteFile("bad.txt", "Caf\xE9 \xE6\x97 \xF0\x9F\x98", false).ok());
+  auto ss = Page(u"x");
+  ss->Load(u"bad.txt", true);
+  EXPECT_EQ(ss->PageText(), u"xCaf\uFFFD \uFFFD\uFFFD \uFFFD\uFFFD\uFFFD");
 }
 
 // A file system on which every read fails as an unreadable file does.

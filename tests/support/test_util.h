@@ -21,6 +21,22 @@ void PrintTo(const Variant& v, std::ostream* os);
 // The source chain as its lines.
 std::vector<String> SourceLines(const Error& e);
 
+// Sets the library's code page for a scope and restores the one before.
+class ScopedCodePage {
+ public:
+  explicit ScopedCodePage(std::uint32_t code_page) : old_(GetCodePage()) { SetCodePage(code_page); }
+  ~ScopedCodePage() { SetCodePage(old_); }
+  ScopedCodePage(const ScopedCodePage&) = delete;
+  ScopedCodePage& operator=(const ScopedCodePage&) = delete;
+
+ private:
+  std::uint32_t old_;
+};
+
+// True when the suite runs under code page 65001 (TARVO2_CODEPAGE); the
+// store tables run under both code pages and pick their code-page text here.
+inline bool Utf8Run() { return GetCodePage() == kCodePageUtf8; }
+
 }  // namespace tarvo2
 
 // Asserts that `stmt` raises a tarvo2::Error with exactly this number,
