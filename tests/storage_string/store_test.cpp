@@ -140,7 +140,7 @@ TEST(StorageStringFiles, Utf8FilesUnderCodePage65001) {
   const Row rows[] = {
       {"non-Latin", u"Caf\u00e9 \u65e5\u672c\u8a9e \U0001F600", "Caf\xC3\xA9 \xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E \xF0\x9F\x98\x80",
        u"Caf\u00e9 \u65e5\u672c\u8a9e \U0001F600"},
-      {"lone surrogates", String(u"a\xD800b\xDC00", 4), "a\xEF\xBF\xBD" "b\xEF\xBF\xBD", u"a\uFFFDb\uFFFD"},
+      {"lone surrogates", String(u"a\xD800" u"b\xDC00", 4), "a\xEF\xBF\xBD" "b\xEF\xBF\xBD", u"a\uFFFDb\uFFFD"},
       {"nul kept", String(u"a\0b", 3), std::string("a\0b", 3), String(u"a\0b", 3)},
   };
   for (const Row& r : rows) {
