@@ -17,9 +17,11 @@ namespace tarvo2::cli {
 // Store bytes (code page text) -> UTF-16 text. Never fails.
 std::u16string StoreBytesToText(std::string_view bytes);
 
-// UTF-16 text -> store bytes. Returns std::u16string::npos when every unit
-// has a byte in the code page; otherwise the index of the first unit that
-// has none (`*bytes` then holds the conversion with replacement bytes).
+// UTF-16 text -> store bytes in the code page of the call (GetCodePage()).
+// Returns std::u16string::npos when every character has bytes in the code
+// page; otherwise the index of the first unit that has none: under 1252 a
+// character outside Windows-1252, under 65001 a lone surrogate (`*bytes`
+// then holds the conversion with '?' or U+FFFD in its place).
 std::size_t TextToStoreBytes(std::u16string_view text, std::string* bytes);
 
 // UTF-8 <-> UTF-16 for the command line and the terminal (invalid UTF-8
