@@ -194,7 +194,7 @@ class DefaultProfileStore : public ProfileStore {
     std::unique_ptr<FileLock> lock;
     s = fs->LockFile(path, &lock);
     if (!s.ok()) return CodeOf(s);
-    uint32_t code = WriteLocked(fs, path, section, key, key_in, value);
+    uint32_t code = WriteLocked(fs, path, cp, section, key, key_in, value);
     if (code != kProfileOk && !info.exists) {
       // The lock made an empty file for the write that failed: remove it
       // again, so that the failed write leaves nothing behind.
@@ -206,7 +206,7 @@ class DefaultProfileStore : public ProfileStore {
   }
 
   // The read-modify-write of Write(), under the file's lock.
-  uint32_t WriteLocked(FileSystem* fs, const std::string& path, const std::string& section,
+  uint32_t WriteLocked(FileSystem* fs, const std::string& path, uint32_t cp, const std::string& section,
                        const std::string& key, const char* key_in, const char* value) {
     const bool deleting = key_in == nullptr || value == nullptr;
     FileInfo info;
