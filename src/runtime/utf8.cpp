@@ -6,9 +6,13 @@
 namespace tarvo2 {
 
 std::string ToUtf8(std::u16string_view text) {
-  std::string out;
-  out.reserve(text.size());
-  for (size_t i = 0; i < text.size(); ++i) {
+  // Mostly ASCII: copy the ASCII run at the start in one go.
+  size_t ascii = 0;
+  while (ascii < text.size() && text[ascii] < 0x80) ++ascii;
+  std::string out(text.begin(), text.begin() + ascii);
+  if (ascii == text.size()) return out;
+  out.reserve(text.size() + 8);
+  for (size_t i = ascii; i < text.size(); ++i) {
     char32_t cp = text[i];
     if (cp < 0x80) {
       out += static_cast<char>(cp);
@@ -59,9 +63,11 @@ std::size_t Utf8SequenceLength(std::string_view s, std::size_t i) noexcept {
 }
 
 std::u16string FromUtf8(std::string_view s) {
-  std::u16string out;
-  out.reserve(s.size());
   size_t i = 0;
+  while (i < s.size() && static_cast<unsigned char>(s[i]) < 0x80) ++i;
+  std::u16string out(s.begin(), s.begin() + i);  // the ASCII run at the start
+  if (i == s.size()) return out;
+  out.reserve(s.size());
   while (i < s.size()) {
     const unsigned char b = static_cast<unsigned char>(s[i]);
     if (b < 0x80) {
