@@ -44,7 +44,7 @@ install(FILES ${PROJECT_BINARY_DIR}/Tarvo2Config.cmake
 # pkg-config. The file is written at install time, so that its paths name
 # the prefix actually installed to (cmake --install --prefix, or /usr for
 # the Debian packages), and needs no ${pcfiledir} arithmetic.
-set(TARVO2_PC_REQUIRES_PRIVATE "sqlite3")
+set(TARVO2_PC_REQUIRES_PRIVATE "sqlite3 icu-uc")
 set(TARVO2_PC_PREFIX "@TARVO2_PC_PREFIX@")  # filled in at install time
 foreach(dir LIBDIR INCLUDEDIR)
   if(IS_ABSOLUTE "${CMAKE_INSTALL_${dir}}")

@@ -41,7 +41,7 @@ set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME tarvo2)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 # Dependencies of the shared library and the programs from dpkg-shlibdeps
-# (libc6, libstdc++6, libsqlite3-0, ...); a shlibs file and the ldconfig
+# (libc6, libstdc++6, libsqlite3-0, libicu72, ...); a shlibs file and the ldconfig
 # trigger for the library.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
@@ -58,9 +58,9 @@ set(CPACK_DEBIAN_RUNTIME_DESCRIPTION
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME tarvo2-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-# The static library links with SQLite and threads; the CMake package and
-# tarvo2.pc name SQLite as a dependency.
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libsqlite3-dev")
+# The static library links with SQLite, ICU and threads; the CMake package
+# and tarvo2.pc name SQLite and ICU as dependencies.
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libsqlite3-dev, libicu-dev")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
 "Tarvo2 automation component library (development files)

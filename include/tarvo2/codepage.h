@@ -19,8 +19,14 @@
 //    their characters.
 //
 // Lengths and cuts of 8-bit text count bytes under both code pages. Under
-// 65001 a cut never splits a character: Utf8CutPoint() gives the longest
-// prefix of whole characters within a byte limit.
+// 65001 a cut never splits a character: CutPoint() gives the longest prefix
+// of whole characters within a byte limit.
+//
+// The code page itself belongs to a context: Services::code_page() of
+// tarvo2/services.h, GetCodePage()/SetCodePage() for the default context.
+// The stores take 8-bit text in their own code page (code_page() of
+// ProfileStore and RegistryStore), which their context keeps equal to its
+// own.
 #ifndef TARVO2_CODEPAGE_H_
 #define TARVO2_CODEPAGE_H_
 
@@ -36,20 +42,11 @@ namespace tarvo2 {
 inline constexpr std::uint32_t kCodePage1252 = 1252;
 inline constexpr std::uint32_t kCodePageUtf8 = 65001;
 
-// The library-wide code page: kCodePage1252 or kCodePageUtf8. Until
-// SetCodePage() is called it is taken, once, from the environment variable
-// TARVO2_CODEPAGE ("1252" or "65001"; surrounding blanks allowed); when the
-// variable is unset, empty or holds anything else, it is 1252. Thread-safe.
-TARVO2_EXPORT std::uint32_t GetCodePage() noexcept;
-
-// Makes `code_page` the library-wide code page; TARVO2_CODEPAGE is then no
-// longer read. Set it before the first use of the library or between uses:
-// a call that is converting text at that moment may use either code page.
-// Files, registry values and INI files already written keep their bytes;
-// they are read under the new code page from then on.
-// Fails with the runtime error 5 ("Invalid procedure call or argument"),
-// changing nothing, for any value other than 1252 and 65001.
-TARVO2_EXPORT void SetCodePage(std::uint32_t code_page);
+// The code page that the environment variable TARVO2_CODEPAGE names: 65001
+// for "65001" (surrounding blanks allowed), else 1252 (also when the
+// variable is unset or empty). Every context (tarvo2/services.h) and every
+// store made without a code page starts with it. Read at each call.
+TARVO2_EXPORT std::uint32_t EnvironmentCodePage() noexcept;
 
 // True for 1252 and 65001.
 TARVO2_EXPORT bool IsSupportedCodePage(std::uint32_t code_page) noexcept;

@@ -2,9 +2,9 @@
 // GetPrivateProfileStringA and WritePrivateProfileStringA do it.
 //
 // Section names, key names, values and defaults are 8-bit text in the
-// library's code page at the time of the call (GetCodePage() of
-// tarvo2/codepage.h: Windows-1252 or UTF-8); a null pointer means what NULL
-// means to Win32. File names are native paths in UTF-8. A file name without
+// store's code page at the time of the call (code_page(): Windows-1252 or
+// UTF-8, see tarvo2/codepage.h); a null pointer means what NULL means to
+// Win32. File names are native paths in UTF-8. A file name without
 // '/' names a file in the per-user configuration folder ($XDG_CONFIG_HOME,
 // or ~/.config); any other name is used as it is.
 //
@@ -37,10 +37,12 @@
 #ifndef TARVO2_PROFILE_STORE_H_
 #define TARVO2_PROFILE_STORE_H_
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
 
+#include "tarvo2/codepage.h"
 #include "tarvo2/export.h"
 #include "tarvo2/file_system.h"
 
@@ -60,7 +62,8 @@ enum ProfileError : uint32_t {
 
 class TARVO2_EXPORT ProfileStore {
  public:
-  ProfileStore() = default;
+  // A store in EnvironmentCodePage().
+  ProfileStore();
   ProfileStore(const ProfileStore&) = delete;
   ProfileStore& operator=(const ProfileStore&) = delete;
   virtual ~ProfileStore();
@@ -132,14 +135,30 @@ class TARVO2_EXPORT ProfileStore {
   // GetLastError(); shared by all profile stores.
   virtual uint32_t LastError() const;
 
+  // The code page of the text this store takes and hands out: kCodePage1252
+  // or kCodePageUtf8. A context keeps its stores in its own code page
+  // (Services::set_code_page), so a store is best not shared between
+  // contexts of different code pages. A call takes the code page once, at
+  // its start.
+  std::uint32_t code_page() const { return code_page_.load(std::memory_order_relaxed); }
+  // REQUIRES: IsSupportedCodePage(code_page); any other value counts as 1252.
+  void set_code_page(std::uint32_t code_page) {
+    code_page_.store(code_page, std::memory_order_relaxed);
+  }
+
  protected:
   // Records `code` as the calling thread's last error.
   static void SetLastError(uint32_t code);
+
+ private:
+  std::atomic<std::uint32_t> code_page_;
 };
 
-// A new profile store over `fs` (FileSystem::Default() when null).
+// A new profile store over `fs` (FileSystem::Default() when null), in
+// `code_page` (EnvironmentCodePage() when 0). REQUIRES: code_page is 0 or
+// supported.
 TARVO2_EXPORT std::shared_ptr<ProfileStore> NewProfileStore(
-    std::shared_ptr<FileSystem> fs = nullptr);
+    std::shared_ptr<FileSystem> fs = nullptr, std::uint32_t code_page = 0);
 
 // The path that the profile store uses for `file`: the name itself when it
 // contains '/', otherwise the name inside $XDG_CONFIG_HOME (when absolute)

@@ -6,7 +6,7 @@
 // RegEnumKeyA) with the same arguments, minus the reserved ones, and the same
 // result codes. All text (key paths, value names, and the data of the text
 // types REG_SZ, REG_EXPAND_SZ and REG_MULTI_SZ) is 8-bit text in the
-// library's code page at the time of the call (GetCodePage() of
+// store's code page at the time of the call (code_page(), see
 // tarvo2/codepage.h). Under 1252 every byte value is an ordinary character
 // and comes back as written. Under 65001 text is UTF-8, and bytes that are
 // not valid UTF-8 are stored as U+FFFD, as Windows converts them.
@@ -45,11 +45,13 @@
 #ifndef TARVO2_REGISTRY_STORE_H_
 #define TARVO2_REGISTRY_STORE_H_
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
 
+#include "tarvo2/codepage.h"
 #include "tarvo2/export.h"
 
 namespace tarvo2 {
@@ -115,12 +117,22 @@ inline constexpr std::size_t kMaxValueNameLength = 16383;
 
 class TARVO2_EXPORT RegistryStore {
  public:
-  RegistryStore() = default;
+  // A store in EnvironmentCodePage().
+  RegistryStore();
   RegistryStore(const RegistryStore&) = delete;
   RegistryStore& operator=(const RegistryStore&) = delete;
 
   // Closes every handle still open on this store.
   virtual ~RegistryStore();
+
+  // The code page of the text this store takes and hands out: kCodePage1252
+  // or kCodePageUtf8. A context keeps its store in its own code page
+  // (Services::set_code_page), so a store is best not shared between
+  // contexts of different code pages. A call takes the code page once, at
+  // its start. Wrappers report and set their target's.
+  virtual std::uint32_t code_page() const;
+  // REQUIRES: IsSupportedCodePage(code_page); any other value counts as 1252.
+  virtual void set_code_page(std::uint32_t code_page);
 
   // RegCreateKeyExA. Opens the key `subkey` below `parent`, creating it and
   // every missing key on its path first. A null or empty `subkey` opens a
@@ -244,6 +256,9 @@ class TARVO2_EXPORT RegistryStore {
                                   const char* name, std::uint32_t type,
                                   const std::uint8_t* data, std::uint32_t size,
                                   std::int32_t* open_result = nullptr);
+
+ private:
+  std::atomic<std::uint32_t> code_page_;
 };
 
 // Forwards every call to another store; derive from it and override the
@@ -255,6 +270,9 @@ class TARVO2_EXPORT RegistryStoreWrapper : public RegistryStore {
   ~RegistryStoreWrapper() override;
 
   RegistryStore* target() const { return target_.get(); }
+
+  std::uint32_t code_page() const override;
+  void set_code_page(std::uint32_t code_page) override;
 
   std::int32_t CreateKey(RegKey parent, const char* subkey,
                          std::uint32_t access, RegKey* result,
@@ -282,6 +300,9 @@ struct SqliteRegistryOptions {
   // How long a call waits for a lock held by another connection or process
   // before it gives up with kErrorCantWrite (or kErrorCantRead).
   int busy_timeout_ms = 5000;
+  // The store's code page (RegistryStore::code_page()); 0 for
+  // EnvironmentCodePage().
+  std::uint32_t code_page = 0;
 };
 
 // Opens the SQLite registry database at `path` (":memory:" gives a private,

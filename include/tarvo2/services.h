@@ -3,8 +3,8 @@
 // A context holds everything an object needs from outside itself: the file
 // system, the profile store of INI files, the registry store (with the
 // location it opens), the random source, the screen, the message box, the
-// host module path, the raise switch of the library's own errors and the
-// import hook. Every object takes a context when it is created and keeps it
+// host module path, the raise switch of the library's own errors, the
+// import hook and the code page of its 8-bit text. Every object takes a context when it is created and keeps it
 // for its whole life; objects that an object makes (subkeys, a subkeys
 // collection, the store of TarvoLibrary::KivSetFormSaveParams, the views of
 // the common interface) work in their creator's context. Two contexts are
@@ -35,12 +35,14 @@
 #define TARVO2_SERVICES_H_
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <utility>
 
+#include "tarvo2/codepage.h"
 #include "tarvo2/export.h"
 #include "tarvo2/file_system.h"
 #include "tarvo2/host_module.h"
@@ -99,6 +101,13 @@ class ServiceSlot {
     is_default_ = false;
   }
 
+  // The service set or made so far, without making one: null when there is
+  // none yet.
+  std::shared_ptr<T> Peek() const {
+    std::lock_guard<std::mutex> l(mu_);
+    return current_;
+  }
+
   // Drops a default made earlier (so that it is made again), but keeps a
   // service that was set.
   void DropDefault() {
@@ -142,17 +151,17 @@ class TARVO2_EXPORT Services {
   void set_file_system(std::shared_ptr<FileSystem> fs);
 
   // The INI files of KivINIFileHandler. The default is NewProfileStore()
-  // over file_system().
+  // over file_system(). A store set here is put into code_page().
   std::shared_ptr<ProfileStore> profile_store() const { return profile_store_.Get(); }
-  void set_profile_store(std::shared_ptr<ProfileStore> store) { profile_store_.Set(std::move(store)); }
+  void set_profile_store(std::shared_ptr<ProfileStore> store);
 
   // The registry of KivRegistryKey. The default is OpenRegistryStore(
   // registry_location()), opened at the first use; an open that failed is
   // tried again at the next use, while every call of the failed store
   // reports the failure. Stores handed out earlier stay valid for as long
-  // as their holders keep them.
+  // as their holders keep them. A store set here is put into code_page().
   std::shared_ptr<RegistryStore> registry_store() const { return registry_store_.Get(); }
-  void set_registry_store(std::shared_ptr<RegistryStore> store) { registry_store_.Set(std::move(store)); }
+  void set_registry_store(std::shared_ptr<RegistryStore> store);
 
   // The location the default registry store opens: a path, ":memory:", or
   // "" for DefaultRegistryLocation(). Setting it drops the current store,
@@ -188,6 +197,22 @@ class TARVO2_EXPORT Services {
   ImportHook import_hook() const { return import_hook_.load(); }
   void set_import_hook(ImportHook hook) { import_hook_.store(hook); }
 
+  // The code page of the context's 8-bit text (tarvo2/codepage.h):
+  // kCodePage1252 or kCodePageUtf8. Its objects write text in it to files
+  // (KivStorageString.Save), INI files and the registry, and read text back
+  // in it; its profile and registry stores work in it. A context starts
+  // with EnvironmentCodePage() (the environment variable TARVO2_CODEPAGE).
+  std::uint32_t code_page() const { return code_page_.load(std::memory_order_relaxed); }
+  // Makes `code_page` the context's code page and that of its current
+  // profile and registry stores, set or default (defaults made later are
+  // made in it too). Set it before the context's first use or between
+  // uses: a call that is converting text at that moment may use either
+  // code page. Files, INI files and registry values already written keep
+  // their bytes and are read in the new code page from then on.
+  // Fails with the runtime error 5 ("Invalid procedure call or argument"),
+  // changing nothing, for any value other than 1252 and 65001.
+  void set_code_page(std::uint32_t code_page);
+
  private:
   ServiceSlot<FileSystem> file_system_;
   ServiceSlot<ProfileStore> profile_store_;
@@ -200,6 +225,9 @@ class TARVO2_EXPORT Services {
   std::string registry_location_;  // guarded by location_mu_
   std::atomic<bool> raise_errors_;
   std::atomic<ImportHook> import_hook_;
+  // Changes of the code page and of the stores that must follow it.
+  std::mutex code_page_mu_;
+  std::atomic<std::uint32_t> code_page_;
 };
 
 // ---------------------------------------------------------------------------
@@ -234,6 +262,11 @@ TARVO2_EXPORT void SetHostModulePath(std::string path);
 
 TARVO2_EXPORT ImportHook GetImportHook();
 TARVO2_EXPORT void SetImportHook(ImportHook hook);
+
+// The default context's code page (Services::code_page()). SetCodePage
+// fails as Services::set_code_page does.
+TARVO2_EXPORT std::uint32_t GetCodePage();
+TARVO2_EXPORT void SetCodePage(std::uint32_t code_page);
 
 }  // namespace tarvo2
 

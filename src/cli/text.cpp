@@ -1,6 +1,7 @@
 #include "cli/text.h"
 
 #include "tarvo2/codepage.h"
+#include "tarvo2/services.h"
 
 namespace tarvo2::cli {
 

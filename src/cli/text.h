@@ -17,7 +17,8 @@ namespace tarvo2::cli {
 // Store bytes (code page text) -> UTF-16 text. Never fails.
 std::u16string StoreBytesToText(std::string_view bytes);
 
-// UTF-16 text -> store bytes in the code page of the call (GetCodePage()).
+// UTF-16 text -> store bytes in the default context's code page
+// (GetCodePage(), that of the stores the tool uses).
 // Returns std::u16string::npos when every character has bytes in the code
 // page; otherwise the index of the first unit that has none: under 1252 a
 // character outside Windows-1252, under 65001 a lone surrogate (`*bytes`

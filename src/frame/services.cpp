@@ -1,5 +1,6 @@
 #include "tarvo2/services.h"
 
+#include "tarvo2/error.h"
 #include "tarvo2/import.h"
 
 namespace tarvo2 {
@@ -15,10 +16,13 @@ std::shared_ptr<FileSystem> PosixFileSystem() {
 
 Services::Services()
     : file_system_([] { return ServiceSlot<FileSystem>::Made{PosixFileSystem()}; }),
-      profile_store_([this] { return ServiceSlot<ProfileStore>::Made{NewProfileStore(file_system())}; }),
+      profile_store_([this] {
+        return ServiceSlot<ProfileStore>::Made{NewProfileStore(file_system(), code_page())};
+      }),
       registry_store_([this] {
         std::int32_t opened = kErrorSuccess;
         std::shared_ptr<RegistryStore> store = OpenRegistryStore(registry_location(), &opened);
+        store->set_code_page(code_page());
         return ServiceSlot<RegistryStore>::Made{std::move(store), opened == kErrorSuccess};
       }),
       random_([] { return ServiceSlot<RandomService>::Made{NewClockRandomService()}; }),
@@ -31,7 +35,8 @@ Services::Services()
       // The library's start-up: the raise switch is on before the first
       // object of the context exists.
       raise_errors_(true),
-      import_hook_(&ImportStore) {}
+      import_hook_(&ImportStore),
+      code_page_(EnvironmentCodePage()) {}
 
 Services::~Services() = default;
 
@@ -44,6 +49,28 @@ const std::shared_ptr<Services>& Services::Default() {
 void Services::set_file_system(std::shared_ptr<FileSystem> fs) {
   file_system_.Set(std::move(fs));
   profile_store_.DropDefault();
+}
+
+void Services::set_profile_store(std::shared_ptr<ProfileStore> store) {
+  std::lock_guard<std::mutex> l(code_page_mu_);
+  if (store) store->set_code_page(code_page());
+  profile_store_.Set(std::move(store));
+}
+
+void Services::set_registry_store(std::shared_ptr<RegistryStore> store) {
+  std::lock_guard<std::mutex> l(code_page_mu_);
+  if (store) store->set_code_page(code_page());
+  registry_store_.Set(std::move(store));
+}
+
+void Services::set_code_page(std::uint32_t code_page) {
+  if (!IsSupportedCodePage(code_page)) RaiseRuntimeError(err::kInvalidProcedureCall);
+  std::lock_guard<std::mutex> l(code_page_mu_);
+  code_page_.store(code_page, std::memory_order_relaxed);
+  // A default being made now is made under the slot's lock: Peek() waits
+  // for it and then puts it into the new code page too.
+  if (auto store = profile_store_.Peek()) store->set_code_page(code_page);
+  if (auto store = registry_store_.Peek()) store->set_code_page(code_page);
 }
 
 std::string Services::registry_location() const {
@@ -95,5 +122,8 @@ void SetHostModulePath(std::string path) { Services::Default()->set_host_module_
 
 ImportHook GetImportHook() { return Services::Default()->import_hook(); }
 void SetImportHook(ImportHook hook) { Services::Default()->set_import_hook(hook); }
+
+std::uint32_t GetCodePage() { return Services::Default()->code_page(); }
+void SetCodePage(std::uint32_t code_page) { Services::Default()->set_code_page(code_page); }
 
 }  // namespace tarvo2

@@ -22,7 +22,7 @@ String Read(const Services& services, const char* section, const char* key, cons
   if (store_error) *store_error = store->LastError();
   // The count never exceeds the buffer; a store that claims more is
   // believed only up to the buffer's end.
-  return FromCodePage(std::string_view(buffer, n < kBufferSize ? n : kBufferSize), GetCodePage());
+  return FromCodePage(std::string_view(buffer, n < kBufferSize ? n : kBufferSize), services.code_page());
 }
 
 void Write(const Services& services, const char* section, const char* key, const char* value,
@@ -35,16 +35,14 @@ void Write(const Services& services, const char* section, const char* key, const
 // The store takes C strings: a NUL inside a name or value would cut it and
 // address another key. Such requests are refused here, as the store refuses
 // line breaks: reads find nothing, writes change nothing.
-// Text for the store, in the library's code page.
-std::string Cp(const String& text) { return ToCodePage(text, GetCodePage()); }
 
 bool HasNul(const std::string& s) { return s.find('\0') != std::string::npos; }
 
-String Refused(const std::string& def, uint32_t* store_error) {
+String Refused(const Services& services, const std::string& def, uint32_t* store_error) {
   if (store_error) *store_error = kProfileInvalidParameter;
   std::string_view d(def);
   size_t e = d.find_last_not_of(' ');
-  return FromCodePage(d.substr(0, e == std::string_view::npos ? 0 : e + 1), GetCodePage());
+  return FromCodePage(d.substr(0, e == std::string_view::npos ? 0 : e + 1), services.code_page());
 }
 
 void RefusedWrite(uint32_t* store_error) {
@@ -60,8 +58,9 @@ String INIGetSections(const Services& services, const String& path, uint32_t* st
 
 String INIGetFields(const Services& services, const String& path, const String& section, uint32_t* store_error) {
   return Guard(u"KivINIFileHandler.INIGetFields", [&] {
-    std::string s = Cp(section);
-    if (HasNul(s)) return Refused("", store_error);
+    const uint32_t cp = services.code_page();
+    std::string s = ToCodePage(section, cp);
+    if (HasNul(s)) return Refused(services, "", store_error);
     return Read(services, s.c_str(), nullptr, "", path, store_error);
   });
 }
@@ -69,9 +68,10 @@ String INIGetFields(const Services& services, const String& path, const String& 
 String INIGetValue(const Services& services, const String& path, const String& section, const String& key,
                    const String& def, uint32_t* store_error) {
   return Guard(u"KivINIFileHandler.INIGetValue", [&] {
-    std::string s = Cp(section), k = Cp(key), d = Cp(def);
+    const uint32_t cp = services.code_page();
+    std::string s = ToCodePage(section, cp), k = ToCodePage(key, cp), d = ToCodePage(def, cp);
     if (HasNul(d)) d.resize(d.find('\0'));  // only a default: cut it as C would
-    if (HasNul(s) || HasNul(k)) return Refused(d, store_error);
+    if (HasNul(s) || HasNul(k)) return Refused(services, d, store_error);
     return Read(services, s.c_str(), k.c_str(), d.c_str(), path, store_error);
   });
 }
@@ -79,7 +79,8 @@ String INIGetValue(const Services& services, const String& path, const String& s
 void INISetValue(const Services& services, const String& path, const String& section, const String& key,
                  const String& value, uint32_t* store_error) {
   Guard(u"KivINIFileHandler.INISetValue", [&] {
-    std::string s = Cp(section), k = Cp(key), v = Cp(value);
+    const uint32_t cp = services.code_page();
+    std::string s = ToCodePage(section, cp), k = ToCodePage(key, cp), v = ToCodePage(value, cp);
     if (HasNul(s) || HasNul(k) || HasNul(v)) return RefusedWrite(store_error);
     Write(services, s.c_str(), k.c_str(), v.c_str(), path, store_error);
   });
@@ -88,7 +89,8 @@ void INISetValue(const Services& services, const String& path, const String& sec
 void INIDeleteValue(const Services& services, const String& path, const String& section, const String& key,
                     uint32_t* store_error) {
   Guard(u"KivINIFileHandler.INIDeleteValue", [&] {
-    std::string s = Cp(section), k = Cp(key);
+    const uint32_t cp = services.code_page();
+    std::string s = ToCodePage(section, cp), k = ToCodePage(key, cp);
     if (HasNul(s) || HasNul(k)) return RefusedWrite(store_error);
     Write(services, s.c_str(), k.c_str(), nullptr, path, store_error);
   });
@@ -96,7 +98,8 @@ void INIDeleteValue(const Services& services, const String& path, const String& 
 
 void INIDeleteSection(const Services& services, const String& path, const String& section, uint32_t* store_error) {
   Guard(u"KivINIFileHandler.INIDeleteSection", [&] {
-    std::string s = Cp(section);
+    const uint32_t cp = services.code_page();
+    std::string s = ToCodePage(section, cp);
     if (HasNul(s)) return RefusedWrite(store_error);
     Write(services, s.c_str(), nullptr, nullptr, path, store_error);
   });

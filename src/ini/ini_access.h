@@ -4,8 +4,8 @@
 // none validates or converts values.
 //
 // Conversions at the store boundary: section names, key names, values and
-// defaults become text in the library's code page (ToCodePage with
-// GetCodePage(): under 1252 characters without a byte become '?', under
+// defaults become text in the context's code page (ToCodePage with
+// services.code_page(), which its profile store shares): under 1252 characters without a byte become '?', under
 // 65001 a lone surrogate becomes U+FFFD), the file path becomes a UTF-8
 // native path under both code pages. Text read back is converted with
 // FromCodePage (under 65001 invalid UTF-8 reads as U+FFFD).

@@ -117,7 +117,7 @@ class DefaultProfileStore : public ProfileStore {
     }
     std::shared_ptr<const ProfileText> text;
     uint32_t code = kProfileFileNotFound;
-    const uint32_t cp = GetCodePage();
+    const uint32_t cp = code_page();
     std::string path = ResolveProfilePath(file);
     if (!path.empty()) {
       std::lock_guard<std::mutex> l(mu_);
@@ -171,7 +171,7 @@ class DefaultProfileStore : public ProfileStore {
     if (path.empty()) return kProfileFileNotFound;
     bool deleting = key_in == nullptr || value == nullptr;
 
-    const uint32_t cp = GetCodePage();
+    const uint32_t cp = code_page();
     std::lock_guard<std::mutex> l(mu_);
     FileSystem* fs = fs_.get();
     if (!deleting && file.find('/') == std::string::npos) {
@@ -338,14 +338,18 @@ std::string HomeFolder() {
 
 }  // namespace
 
+ProfileStore::ProfileStore() : code_page_(EnvironmentCodePage()) {}
+
 ProfileStore::~ProfileStore() = default;
 
 uint32_t ProfileStore::LastError() const { return t_last_error; }
 
 void ProfileStore::SetLastError(uint32_t code) { t_last_error = code; }
 
-std::shared_ptr<ProfileStore> NewProfileStore(std::shared_ptr<FileSystem> fs) {
-  return std::make_shared<DefaultProfileStore>(std::move(fs));
+std::shared_ptr<ProfileStore> NewProfileStore(std::shared_ptr<FileSystem> fs, std::uint32_t code_page) {
+  auto store = std::make_shared<DefaultProfileStore>(std::move(fs));
+  if (code_page != 0) store->set_code_page(code_page);
+  return store;
 }
 
 std::string ResolveProfilePath(const std::string& file) {

@@ -13,7 +13,15 @@
 
 namespace tarvo2 {
 
+RegistryStore::RegistryStore() : code_page_(EnvironmentCodePage()) {}
+
 RegistryStore::~RegistryStore() = default;
+
+std::uint32_t RegistryStore::code_page() const { return code_page_.load(std::memory_order_relaxed); }
+
+void RegistryStore::set_code_page(std::uint32_t code_page) {
+  code_page_.store(code_page, std::memory_order_relaxed);
+}
 
 std::int32_t RegistryStore::QueryValueAt(RegKey parent, const char* subkey,
                                          const char* name, std::uint32_t* type,
@@ -49,6 +57,10 @@ RegistryStoreWrapper::RegistryStoreWrapper(
     : target_(std::move(target)) {}
 
 RegistryStoreWrapper::~RegistryStoreWrapper() = default;
+
+std::uint32_t RegistryStoreWrapper::code_page() const { return target_->code_page(); }
+
+void RegistryStoreWrapper::set_code_page(std::uint32_t code_page) { target_->set_code_page(code_page); }
 
 std::int32_t RegistryStoreWrapper::CreateKey(RegKey parent, const char* subkey,
                                              std::uint32_t access,

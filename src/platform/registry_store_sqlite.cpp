@@ -13,7 +13,7 @@
 // Names, and the data of the text types (REG_SZ, REG_EXPAND_SZ,
 // REG_MULTI_SZ), are stored as UTF-8 BLOBs whatever the code page, as
 // Windows keeps its registry in UTF-16: they are converted from the
-// caller's code page (GetCodePage() at the call) on the way in and back to
+// store's code page (code_page() at the call) on the way in and back to
 // it on the way out. So a name or text written under one code page reads
 // back under the other as the same characters, except that 1252 has no
 // byte for most of them ('?' instead). Sizes and cuts are those of the
@@ -366,7 +366,7 @@ class SqliteRegistryStore final : public RegistryStore {
   std::map<const char*, sqlite3_stmt*> statements_;
   std::map<RegKey, Handle> handles_;
   RegKey next_handle_ = kFirstHandle;
-  std::uint32_t cp_ = kCodePage1252;  // the caller's code page (mu_ held)
+  std::uint32_t cp_ = kCodePage1252;  // code_page() at the call's start (mu_ held)
 };
 
 std::int32_t SqliteRegistryStore::Open(const std::string& path,
@@ -598,7 +598,7 @@ std::int32_t SqliteRegistryStore::Finish(std::int32_t code) {
 template <typename Body>
 std::int32_t SqliteRegistryStore::OnHandle(RegKey key, Body body) {
   std::lock_guard<std::mutex> lock(mu_);
-  cp_ = GetCodePage();
+  cp_ = code_page();
   Handle handle;
   std::int32_t code = Lookup(key, &handle);
   return code != kErrorSuccess ? code : body(handle);
@@ -621,7 +621,7 @@ std::int32_t SqliteRegistryStore::OnSubkey(RegKey parent, const char* subkey,
                                            Body body) {
   if (open_result != nullptr) *open_result = kErrorSuccess;
   std::lock_guard<std::mutex> lock(mu_);
-  cp_ = GetCodePage();
+  cp_ = code_page();
   auto open_failed = [&](std::int32_t code) {
     if (open_result != nullptr) *open_result = code;
     if (bad_args) return kErrorInvalidParameter;
@@ -1074,6 +1074,7 @@ std::shared_ptr<RegistryStore> OpenSqliteRegistryStore(
     const std::string& path, const SqliteRegistryOptions& options,
     std::int32_t* open_result) {
   auto store = std::make_shared<SqliteRegistryStore>(path, options);
+  if (options.code_page != 0) store->set_code_page(options.code_page);
   if (open_result != nullptr) *open_result = store->open_result();
   return store;
 }

@@ -38,10 +38,9 @@ std::int32_t LibraryErrorForResult(std::int32_t code) {
   }
 }
 
-bool ToStoreName(StringView text, std::string* out) {
+bool ToStoreName(StringView text, std::uint32_t cp, std::string* out) {
   for (char16_t c : text)
     if (c == u'\0') return false;
-  const std::uint32_t cp = GetCodePage();
   if (!IsRepresentable(text, cp)) return false;
   *out = ToCodePage(text, cp);
   return true;
@@ -93,7 +92,7 @@ void KivRegistryKey::CreateNewKey(RegRootKeyEnum root, const String& key_path) {
     ScopedKey key(services_->registry_store());
     std::string path;
     std::int32_t rc = kErrorInvalidParameter;
-    if (ToStoreName(key_path, &path)) {
+    if (ToStoreName(key_path, services_->code_page(), &path)) {
       std::uint32_t disposition = 0;
       rc = key.store().CreateKey(static_cast<RegKey>(root), path.c_str(), kAccessAll, key.out(), &disposition);
     }
@@ -107,7 +106,7 @@ std::int32_t KivRegistryKey::SetValueEx(RegistryStore& store, RegKey root, const
   return Guard(u"KivRegistryKey.SetValueEx", [&]() -> std::int32_t {
     if (type != kRegSz && type != kRegDword) return kErrorSuccess;  // nothing to write
     std::string name;
-    if (!ToStoreName(value_name, &name)) return kErrorInvalidParameter;
+    if (!ToStoreName(value_name, services_->code_page(), &name)) return kErrorInvalidParameter;
     // The open's own result is not examined: a key that cannot be opened
     // leaves the null handle, and the write on it reports why (6).
     if (type == kRegSz) {
@@ -117,7 +116,7 @@ std::int32_t KivRegistryKey::SetValueEx(RegistryStore& store, RegKey root, const
       } else {
         text = value.IsString() ? value.AsString() : ToString(value);
       }
-      std::string data = ToCodePage(text, GetCodePage());
+      std::string data = ToCodePage(text, services_->code_page());
       data.push_back('\0');
       if (data.size() > UINT32_MAX) return kErrorInvalidParameter;
       return store.SetValueAt(root, key_path.c_str(), name.c_str(), kRegSz,
@@ -137,7 +136,7 @@ void KivRegistryKey::SetKeyValue(RegRootKeyEnum root, const String& key_path, co
     std::int32_t rc = kErrorSuccess;
     if (type == kRegSz || type == kRegDword) {
       std::string path;
-      if (!ToStoreName(key_path, &path)) {
+      if (!ToStoreName(key_path, services_->code_page(), &path)) {
         rc = kErrorInvalidParameter;
       } else {
         std::shared_ptr<RegistryStore> store = services_->registry_store();
@@ -152,7 +151,7 @@ std::int32_t KivRegistryKey::QueryValueEx(RegistryStore& store, RegKey root, con
                                           const String& value_name, Variant& value) {
   return Guard(u"KivRegistryKey.QueryValueEx", [&]() -> std::int32_t {
     std::string name;
-    if (!ToStoreName(value_name, &name)) {
+    if (!ToStoreName(value_name, services_->code_page(), &name)) {
       put_ErrorState(kErrorInvalidParameter);
       return kErrorInvalidParameter;
     }
@@ -179,7 +178,7 @@ std::int32_t KivRegistryKey::QueryValueEx(RegistryStore& store, RegKey root, con
     }
     if (type == kRegSz) {
       buf.resize(size > 0 ? size - 1 : 0);  // without the terminating NUL
-      value = Variant(FromCodePage(buf, GetCodePage()));
+      value = Variant(FromCodePage(buf, services_->code_page()));
       return kErrorSuccess;
     }
     if (type == kRegDword) {
@@ -203,7 +202,7 @@ Variant KivRegistryKey::QueryValue(RegRootKeyEnum root, const String& key_path, 
     Variant value;
     std::string path;
     std::int32_t rc = kErrorInvalidParameter;
-    if (ToStoreName(key_path, &path)) {
+    if (ToStoreName(key_path, services_->code_page(), &path)) {
       std::shared_ptr<RegistryStore> store = services_->registry_store();
       rc = QueryValueEx(*store, static_cast<RegKey>(root), path, value_name, value);
     }

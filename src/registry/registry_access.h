@@ -24,10 +24,11 @@ inline constexpr std::int32_t kUnsupportedType = -1;
 // or 0 when the code is only recorded.
 std::int32_t LibraryErrorForResult(std::int32_t code);
 
-// Converts a key path or value name to code-page text. False when the text
-// holds U+0000 (the store would see a shorter name) or a character the code
-// page cannot represent (it would become '?', naming another key or value).
-bool ToStoreName(StringView text, std::string* out);
+// Converts a key path or value name to text in code page `cp`. False when
+// the text holds U+0000 (the store would see a shorter name) or a character
+// the code page cannot represent (under 1252 it would become '?', under
+// 65001 a lone surrogate U+FFFD, naming another key or value).
+bool ToStoreName(StringView text, std::uint32_t cp, std::string* out);
 
 // The text stored for a Double: the shortest decimal text that reads back
 // as the same Double, with exactly one full stop so that number detection

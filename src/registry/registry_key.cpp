@@ -265,7 +265,7 @@ Variant KivRegistryKey::DeleteValue(const String& sValueName) {
     ScopedKey key(services_->registry_store());
     std::string path, name;
     std::int32_t rc = kErrorInvalidParameter;
-    if (ToStoreName(key_name_, &path) && ToStoreName(value_name, &name)) {
+    if (ToStoreName(key_name_, services_->code_page(), &path) && ToStoreName(value_name, services_->code_page(), &name)) {
       // The open's result shows in the delete's result (6 on a null handle).
       key.store().OpenKey(static_cast<RegKey>(root_), path.c_str(), kAccessWrite, key.out());
       rc = key.store().DeleteValue(key.get(), name.c_str());
@@ -285,7 +285,7 @@ SafeArray KivRegistryKey::GetValueNames() {
     std::vector<String> names;
     if (!CheckState()) return SafeArray::OfStrings(names);
     std::string path;
-    if (!ToStoreName(key_name_, &path)) return SafeArray::OfStrings(names);
+    if (!ToStoreName(key_name_, services_->code_page(), &path)) return SafeArray::OfStrings(names);
     ScopedKey key(services_->registry_store());
     if (key.store().OpenKey(static_cast<RegKey>(root_), path.c_str(), kAccessRead, key.out()) != kErrorSuccess)
       return SafeArray::OfStrings(names);
@@ -299,7 +299,7 @@ SafeArray KivRegistryKey::GetValueNames() {
       std::uint32_t length = kNameBuffer, size = kDataBuffer, type = 0;
       rc = key.store().EnumValue(key.get(), index, name.data(), &length, &type, data.data(), &size);
       if (rc != kErrorSuccess) break;
-      String text = FromCodePage(std::string_view(name.data(), length), GetCodePage());
+      String text = FromCodePage(std::string_view(name.data(), length), services_->code_page());
       if (!Trim(text).empty()) names.push_back(std::move(text));
     }
     if (rc != kErrorNoMoreItems) put_ErrorState(rc);
@@ -364,7 +364,7 @@ void KivRegistryKey::DeleteKey(bool bRecursive) {
 
     std::string path;
     std::int32_t rc = kErrorInvalidParameter;
-    if (ToStoreName(key_name_, &path)) {
+    if (ToStoreName(key_name_, services_->code_page(), &path)) {
       auto store = services_->registry_store();
       rc = store->DeleteKey(static_cast<RegKey>(root_), path.c_str());
     }

@@ -94,14 +94,14 @@ void SubKeysCollection::LoadSubKeys(KivRegistryKey* parent) {
     String key_name;
     if (!ParentLocation(&root, &key_name)) return;
     std::string path;
-    if (!ToStoreName(key_name, &path)) return;
+    if (!ToStoreName(key_name, services_->code_page(), &path)) return;
     ScopedKey key(services_->registry_store());
     // Failures are not recorded: a key that cannot be opened lists nothing.
     key.store().OpenKey(static_cast<RegKey>(root), path.c_str(), kAccessAll, key.out());
     char name[256];
     for (std::uint32_t index = 0;; ++index) {
       if (key.store().EnumKey(key.get(), index, name, sizeof name) != kErrorSuccess) break;
-      Add(FromCodePage(std::string_view(name, strnlen(name, sizeof name)), GetCodePage()));
+      Add(FromCodePage(std::string_view(name, strnlen(name, sizeof name)), services_->code_page()));
     }
   });
 }

@@ -1,11 +1,8 @@
 #include "tarvo2/codepage.h"
 
 #include <array>
-#include <atomic>
 #include <cstdlib>
 #include <string>
-
-#include "tarvo2/error.h"
 
 namespace tarvo2 {
 namespace {
@@ -17,10 +14,9 @@ constexpr std::array<char16_t, 32> kHigh = {
     0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
     0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 
-// 0 until the code page is first read or set.
-std::atomic<std::uint32_t> g_code_page{0};
+}  // namespace
 
-std::uint32_t CodePageFromEnvironment() {
+std::uint32_t EnvironmentCodePage() noexcept {
   const char* env = std::getenv("TARVO2_CODEPAGE");
   if (env == nullptr) return kCodePage1252;
   std::string_view v(env);
@@ -28,21 +24,6 @@ std::uint32_t CodePageFromEnvironment() {
   if (b == std::string_view::npos) return kCodePage1252;
   v = v.substr(b, v.find_last_not_of(" \t") - b + 1);
   return v == "65001" ? kCodePageUtf8 : kCodePage1252;
-}
-
-}  // namespace
-
-std::uint32_t GetCodePage() noexcept {
-  std::uint32_t cp = g_code_page.load(std::memory_order_relaxed);
-  if (cp != 0) return cp;
-  std::uint32_t expected = 0;
-  g_code_page.compare_exchange_strong(expected, CodePageFromEnvironment());
-  return g_code_page.load(std::memory_order_relaxed);
-}
-
-void SetCodePage(std::uint32_t code_page) {
-  if (!IsSupportedCodePage(code_page)) RaiseRuntimeError(err::kInvalidProcedureCall);
-  g_code_page.store(code_page, std::memory_order_relaxed);
 }
 
 bool IsSupportedCodePage(std::uint32_t code_page) noexcept {

@@ -46,7 +46,7 @@ Variant KivStorageString::Load(const String& sFileName, bool bAppend) {
       // The whole file is in memory: only now does the page change. The
       // bytes are widened straight into the page's own buffer.
       String& page = CurrentText();
-      const std::uint32_t cp = GetCodePage();
+      const std::uint32_t cp = services_->code_page();
       if (cp != kCodePage1252) {
         String text = FromCodePage(bytes, cp);
         if (bAppend) page += text; else page = std::move(text);
@@ -69,7 +69,7 @@ Variant KivStorageString::Save(const String& sFileName, bool bAppend) {
   return Guard(u"KivStorageString.Save", [&] {
     if (sFileName.empty()) RaiseRuntimeError(err::kBadFileNameOrNumber);
     const std::string path = ToUtf8(sFileName);
-    const std::string bytes = ToCodePage(CurrentText(), GetCodePage());
+    const std::string bytes = ToCodePage(CurrentText(), services_->code_page());
     const std::shared_ptr<FileSystem> fs = services_->file_system();
     // Without append the new content replaces the file in one step (a
     // temporary file renamed over it), so a failure leaves the old file.

@@ -8,6 +8,7 @@
 
 #include "platform_temp_dir.h"
 #include "tarvo2/testing/file_system.h"
+#include "tarvo2/testing/registry_store.h"
 #include "test_util.h"
 
 namespace tarvo2 {
@@ -90,6 +91,44 @@ TEST(Services, HostModuleIsParsedOnceAndContextsAreIndependent) {
   EXPECT_NE(b->file_system(), mem);
   SetFileSystem(nullptr);
   EXPECT_EQ(GetFileSystem().get(), FileSystem::Default());
+}
+
+// Each context has its code page; its stores, set or default, made before
+// or after a change, work in it.
+TEST(Services, TheCodePageIsTheContextsAndItsStoresFollowIt) {
+  const std::uint32_t start = EnvironmentCodePage();
+  const std::uint32_t other = start == kCodePageUtf8 ? kCodePage1252 : kCodePageUtf8;
+  auto a = Services::New(), b = Services::New();
+  a->set_registry_location(":memory:");
+  EXPECT_EQ(a->code_page(), start);
+  auto early = a->registry_store();  // made before the change
+  EXPECT_EQ(early->code_page(), start);
+  a->set_code_page(kCodePageUtf8);
+  ASSERT_EQ(WriteV(*early, "Caf\xC3\xA9 \xE2\x82\xAC"), kErrorSuccess);
+  a->set_code_page(kCodePage1252);  // the same value, now read in 1252
+  EXPECT_EQ(ReadV(*a->registry_store()), "Caf\xE9 \x80");
+  a->set_code_page(other);
+  EXPECT_EQ(a->profile_store()->code_page(), other);  // made after the change
+  EXPECT_EQ(early->code_page(), other);
+  EXPECT_EQ(b->code_page(), start);  // the other context keeps its own
+  EXPECT_EQ(b->profile_store()->code_page(), start);
+  // A store set into a context takes the context's code page; a wrapper
+  // passes it to its target.
+  auto own = NewProfileStore(NewMemFileSystem(), start);
+  a->set_profile_store(own);
+  auto target = OpenSqliteRegistryStore(":memory:");
+  a->set_registry_store(std::make_shared<FaultInjectingRegistryStore>(target));
+  EXPECT_EQ(own->code_page(), other);
+  EXPECT_EQ(target->code_page(), other);
+  EXPECT_ERROR(a->set_code_page(65000), 5, u"Invalid procedure call or argument", u"Tarvo2");
+  EXPECT_EQ(a->code_page(), other);  // unchanged by the refusal
+  EXPECT_EQ(target->code_page(), other);
+  // GetCodePage and SetCodePage are the default context's.
+  SetCodePage(other);
+  EXPECT_EQ(Services::Default()->code_page(), other);
+  EXPECT_EQ(GetCodePage(), other);
+  EXPECT_EQ(b->code_page(), start);
+  SetCodePage(start);
 }
 
 }  // namespace

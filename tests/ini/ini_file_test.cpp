@@ -248,7 +248,7 @@ TEST_F(IniFileTest, OddFilesAreEditedInPlaceAndRefusedWritesChangeNothing) {
 // characters, and files written under the other code page (what Windows
 // gives for the same bytes).
 TEST_F(IniFileTest, NonLatinTextCaseFoldingBadBytesAndCutsUnderCodePage65001) {
-  ScopedCodePage utf8(kCodePageUtf8);
+  ScopedCodePage utf8(*services_, kCodePageUtf8);
   struct Row { const char* what; std::string before; String section, key; Variant value; std::string after; };
   const Row rows[] = {
       {"round trip", "", u"Caf\u00e9", u"\u65e5\u672c\u8a9e", u"\U0001F600 Caf\u00e9",
@@ -291,21 +291,26 @@ TEST_F(IniFileTest, NonLatinTextCaseFoldingBadBytesAndCutsUnderCodePage65001) {
     ini_->SetValue(u"k", value);
     EXPECT_EQ(ini_->GetValue(u"k"), Variant(read));
   }
-  Variant keys(KivINIFileHandler::Create());
+  Variant keys(KivINIFileHandler::Create(services_));
   LetProperty(keys, u"Path", u"/d/keys.ini");
   LetProperty(keys, u"Section", u"K");
   Call(keys, u"SetValue", {String(1018, u'a') + u"\u65e5\u672c", 1});  // 1,024 bytes: cut before the second
   EXPECT_EQ(Call(keys, u"GetFieldNames"), Variant(Strings({String(1018, u'a')})));
-  // A file written under 65001 and read under 1252, and back.
+  // A file written under 65001 and read under 1252, and back: a second
+  // context on the same files, in the other code page, at the same time.
   Put("[S]\nk=Caf\xC3\xA9\n");
   ini_->put_Section(u"S");
-  {
-    ScopedCodePage ansi(kCodePage1252);
-    EXPECT_EQ(ini_->GetValue(u"k"), Variant(u"Caf\u00c3\u00a9"));
-    ini_->SetValue(u"z", u"Zo\u00eb");
-  }
+  auto ansi_services = Services::New();
+  ansi_services->set_file_system(fs_);
+  ansi_services->set_code_page(kCodePage1252);
+  auto ansi = KivINIFileHandler::Create(ansi_services);
+  ansi->put_Path(u"/d/t.ini");
+  ansi->put_Section(u"S");
+  EXPECT_EQ(ansi->GetValue(u"k"), Variant(u"Caf\u00c3\u00a9"));
+  ansi->SetValue(u"z", u"Zo\u00eb");
   EXPECT_EQ(Content(), "[S]\nk=Caf\xC3\xA9\nz=Zo\xEB\n");  // two encodings in one file, as on Windows
   EXPECT_EQ(ini_->GetValue(u"z"), Variant(u"Zo\uFFFD"));
+  EXPECT_EQ(ansi->GetValue(u"z"), Variant(u"Zo\u00eb"));
 }
 
 TEST(IniRealFileTest, FoldersReadOnlyFilesAndMissingFoldersStayAsTheyWere) {

@@ -41,6 +41,17 @@ int main(int argc, char** argv) {
         return 1;
       }
     }
+    // Registry names under code page 65001 match under Unicode case
+    // folding, which the library takes from ICU (TARVO2_REGISTRY=:memory:).
+    SetCodePage(kCodePageUtf8);
+    Variant key(CreateObject(u"Tarvo2.KivRegistryKey"));
+    LetProperty(key, u"KeyName", u"Software\\Consumer");
+    Call(key, u"SetValue", {u"\u03a3\u03c4\u03ae\u03bb\u03b7", colour});
+    const Variant folded = Call(key, u"GetValue", {u"\u03c3\u03a4\u0389\u039b\u0397"});
+    if (!folded.IsString() || folded.AsString() != colour) {
+      std::printf("%s: a registry name did not match under case folding\n", label.c_str());
+      return 1;
+    }
     std::printf("%s: ok (%s, %s)\n", label.c_str(), ToUtf8(text.AsString()).c_str(),
                 ToUtf8(TypeName(Variant(store))).c_str());
     return 0;

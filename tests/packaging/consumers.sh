@@ -55,6 +55,12 @@ libdir=$(pkg-config --variable=libdir tarvo2)
 $launcher "$cxx" -std=c++20 "$here/consumer.cpp" $(pkg-config --cflags --libs tarvo2) \
   -o "$work/pc_consumer"
 LD_LIBRARY_PATH=$libdir "$work/pc_consumer" pkg-config || fail "pkg-config consumer"
+# The static library with what `pkg-config --static` adds (SQLite, ICU).
+static_libs=$(pkg-config --static --libs tarvo2)
+# shellcheck disable=SC2046
+$launcher "$cxx" -std=c++20 "$here/consumer.cpp" $(pkg-config --cflags tarvo2) \
+  ${static_libs/-ltarvo2/$libdir/libtarvo2.a} -o "$work/pc_consumer_static"
+"$work/pc_consumer_static" pkg-config/static || fail "pkg-config consumer (static)"
 
 step "add_subdirectory consumer"
 "$cmake" -S "$here/add_subdirectory" -B "$work/sub" -DTARVO2_SOURCE_DIR="$src" \

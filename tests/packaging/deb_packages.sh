@@ -6,7 +6,8 @@
 #               dpkg-shlibdeps finds;
 #   tarvo2-dev  headers (without the test doubles), static library, .so
 #               link, CMake package and a tarvo2.pc naming /usr; it depends
-#               on tarvo2 of the same version and on libsqlite3-dev.
+#               on tarvo2 of the same version, libsqlite3-dev and
+#               libicu-dev.
 #
 # Usage: deb_packages.sh CPACK BUILD_DIR VERSION HAS_CLI HAS_PYTHON (1 or 0)
 set -euo pipefail
@@ -28,13 +29,16 @@ for pkg in "$runtime" "$dev"; do
   [ -n "$(field "$pkg" Description)" ] || fail "$(basename "$pkg") has no description"
 done
 rdeps=$(field "$runtime" Depends)
-for dep in libc6 libstdc++6 libsqlite3-0; do
-  [[ ", $rdeps" == *", $dep "* || ", $rdeps," == *", $dep,"* ]] ||
+# Package names as regular expressions: libicu with its ABI number.
+for dep in libc6 "libstdc\\+\\+6" libsqlite3-0 "libicu[0-9]+"; do
+  [[ ", $rdeps," =~ ,\ $dep[\ ,] ]] ||
     fail "tarvo2 does not depend on $dep (Depends: $rdeps)"
 done
 ddeps=$(field "$dev" Depends)
 [[ "$ddeps" == *"tarvo2 (= $version"* ]] || fail "tarvo2-dev does not require tarvo2 $version (Depends: $ddeps)"
-[[ "$ddeps" == *libsqlite3-dev* ]] || fail "tarvo2-dev does not depend on libsqlite3-dev (Depends: $ddeps)"
+for dep in libsqlite3-dev libicu-dev; do
+  [[ "$ddeps" == *"$dep"* ]] || fail "tarvo2-dev does not depend on $dep (Depends: $ddeps)"
+done
 
 dpkg-deb -c "$runtime" | awk '{print $6}' > "$work/runtime.list"
 dpkg-deb -c "$dev" | awk '{print $6}' > "$work/dev.list"

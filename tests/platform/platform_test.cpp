@@ -932,20 +932,20 @@ TEST(CodepageTest, Utf8CodePageCutsAndSetting) {
     EXPECT_EQ(CutPoint(c.bytes, c.limit, kCodePageUtf8), c.utf8);
     EXPECT_EQ(LastCharStart(c.bytes, kCodePageUtf8), c.last_utf8);
   }
-  const std::uint32_t before = GetCodePage();
-  SetCodePage(kCodePageUtf8);
-  EXPECT_EQ(GetCodePage(), kCodePageUtf8);
-  try {
-    SetCodePage(65000);
-    ADD_FAILURE() << "65000 accepted";
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), 5);
-    EXPECT_EQ(e.Description(), u"Invalid procedure call or argument");
-    EXPECT_EQ(e.Source(), u"Tarvo2");
+  // The environment's code page, the start of every context and store.
+  const char* env = std::getenv("TARVO2_CODEPAGE");
+  const std::string saved = env ? env : "";
+  struct Env { const char* value; std::uint32_t code_page; };
+  for (const Env& e : {Env{"65001", kCodePageUtf8}, Env{" 65001\t", kCodePageUtf8}, Env{"1252", kCodePage1252},
+                       Env{"", kCodePage1252}, Env{"437", kCodePage1252}, Env{"650010", kCodePage1252},
+                       Env{nullptr, kCodePage1252}}) {
+    SCOPED_TRACE(e.value ? e.value : "(unset)");
+    if (e.value) setenv("TARVO2_CODEPAGE", e.value, 1); else unsetenv("TARVO2_CODEPAGE");
+    EXPECT_EQ(EnvironmentCodePage(), e.code_page);
+    EXPECT_EQ(NewProfileStore(NewMemFileSystem())->code_page(), e.code_page);
+    EXPECT_EQ(NewProfileStore(NewMemFileSystem(), kCodePage1252)->code_page(), kCodePage1252);
   }
-  EXPECT_EQ(GetCodePage(), kCodePageUtf8);  // unchanged by the refusal
-  SetCodePage(before);
-  // TARVO2_CODEPAGE=65001 is read by the second run of the store tables.
+  if (env) setenv("TARVO2_CODEPAGE", saved.c_str(), 1); else unsetenv("TARVO2_CODEPAGE");
 }
 
 TEST(CodepageTest, NamesFoldUnderUnicodeSimpleCaseFolding) {
@@ -1004,10 +1004,10 @@ TEST_F(RegistryStoreTest, Version1DatabaseIsConvertedOnOpen) {
   }
   for (std::uint32_t cp : {kCodePageUtf8, kCodePage1252}) {
     SCOPED_TRACE(cp);
-    const std::uint32_t before = GetCodePage();
-    SetCodePage(cp);
+    SqliteRegistryOptions options;
+    options.code_page = cp;
     std::int32_t opened = -1;
-    auto store = OpenSqliteRegistryStore(path_, {}, &opened);
+    auto store = OpenSqliteRegistryStore(path_, options, &opened);
     ASSERT_EQ(opened, 0);
     const bool utf8 = cp == kCodePageUtf8;
     RegKey key = Create(store.get(), kHKeyCurrentUser, utf8 ? "CAF\xC3\x89" : "CAF\xC9");
@@ -1015,7 +1015,6 @@ TEST_F(RegistryStoreTest, Version1DatabaseIsConvertedOnOpen) {
     EXPECT_EQ(Get(store.get(), key, "B"), "\xE9");  // binary data keeps its bytes
     EXPECT_EQ(SubKeys(store.get(), kHKeyCurrentUser), utf8 ? (Names{"Caf\xC3\xA9", "\xC3\xA4"}) : (Names{"Caf\xE9", "\xE4"}));
     store.reset();
-    SetCodePage(before);
   }
 }
 

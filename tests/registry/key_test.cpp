@@ -115,7 +115,7 @@ TEST_F(KeyTest, NamesAreTrimmedListedInCreationOrderAndRefusedWhenTheCodePageCan
 // code page wrote the other reads as the same characters ('?' where 1252
 // has no byte), as Windows does with its UTF-16 registry.
 TEST_F(KeyTest, NonLatinNamesValuesAndCaseFoldingUnderCodePage65001) {
-  ScopedCodePage utf8(kCodePageUtf8);
+  ScopedCodePage utf8(*services_, kCodePageUtf8);
   auto key = Key(u"Software\\Caf\u00e9\\\u65e5\u672c\u8a9e");
   struct Row { String name, value, same_name; std::string bytes; };
   const Row rows[] = {
@@ -142,14 +142,14 @@ TEST_F(KeyTest, NonLatinNamesValuesAndCaseFoldingUnderCodePage65001) {
   EXPECT_EQ(parent->get_SubKeys()->get_Item(Variant(1))->get_KeyName(), u"Software\\caf\u00c9\\\u65e5\u672c\u8a9e");
   EXPECT_FALSE(parent->SetValue(u"Caf\u00e9", Variant(u"\u65e5 Caf\u00e9 \U0001F600")));
   {
-    ScopedCodePage ansi(kCodePage1252);  // the same store read under 1252
+    ScopedCodePage ansi(*services_, kCodePage1252);  // the same store read under 1252
     EXPECT_EQ(parent->GetValue(u"CAF\u00c9"), Variant(u"? Caf\u00e9 ??"));  // one '?' per UTF-16 unit
     RegKey h = 0;
-    ASSERT_EQ(GetRegistryStore()->OpenKey(kHKeyCurrentUser, "Software\\Caf\xE9", kKeyRead, &h), 0);
+    ASSERT_EQ(services_->registry_store()->OpenKey(kHKeyCurrentUser, "Software\\Caf\xE9", kKeyRead, &h), 0);
     char name[16] = {};
-    EXPECT_EQ(GetRegistryStore()->EnumKey(h, 0, name, sizeof name), 0);
+    EXPECT_EQ(services_->registry_store()->EnumKey(h, 0, name, sizeof name), 0);
     EXPECT_STREQ(name, "???");
-    GetRegistryStore()->CloseKey(h);
+    services_->registry_store()->CloseKey(h);
     auto zoe = Key(u"Software\\Zo\u00eb");
     EXPECT_FALSE(zoe->SetValue(u"Zo\u00eb", Variant(u"Zo\u00eb \u20ac")));
     EXPECT_EQ(Raw("Software\\Zo\xEB", "Zo\xEB").second, std::string("Zo\xEB \x80\0", 6));

@@ -21,21 +21,28 @@ void PrintTo(const Variant& v, std::ostream* os);
 // The source chain as its lines.
 std::vector<String> SourceLines(const Error& e);
 
-// Sets the library's code page for a scope and restores the one before.
+// Sets the code page of a context (or of a store) for a scope and restores
+// the one before.
+template <class Context>
 class ScopedCodePage {
  public:
-  explicit ScopedCodePage(std::uint32_t code_page) : old_(GetCodePage()) { SetCodePage(code_page); }
-  ~ScopedCodePage() { SetCodePage(old_); }
+  ScopedCodePage(Context& context, std::uint32_t code_page)
+      : context_(context), old_(context.code_page()) {
+    context.set_code_page(code_page);
+  }
+  ~ScopedCodePage() { context_.set_code_page(old_); }
   ScopedCodePage(const ScopedCodePage&) = delete;
   ScopedCodePage& operator=(const ScopedCodePage&) = delete;
 
  private:
+  Context& context_;
   std::uint32_t old_;
 };
 
-// True when the suite runs under code page 65001 (TARVO2_CODEPAGE); the
-// store tables run under both code pages and pick their code-page text here.
-inline bool Utf8Run() { return GetCodePage() == kCodePageUtf8; }
+// True when the suite runs under code page 65001 (TARVO2_CODEPAGE, the code
+// page every context starts with); the store tables run under both code
+// pages and pick their code-page text here.
+inline bool Utf8Run() { return EnvironmentCodePage() == kCodePageUtf8; }
 
 }  // namespace tarvo2
 
