@@ -39,11 +39,18 @@ Folder& TempFolder() {
 }
 
 // The library side: one key object on a registry file, in a context of its own.
+const std::shared_ptr<Services>& BenchContext() {
+  static const std::shared_ptr<Services> services = [] {
+    auto s = Services::New();
+    s->set_registry_location(TempFolder().path + "/registry.sqlite3");
+    return s;
+  }();
+  return services;
+}
+
 Ref<KivRegistryKey> BenchKey() {
   static Ref<KivRegistryKey> key = [] {
-    auto services = Services::New();
-    services->set_registry_location(TempFolder().path + "/registry.sqlite3");
-    auto k = KivRegistryKey::Create(services);
+    auto k = KivRegistryKey::Create(BenchContext());
     k->put_KeyName(u"Software\\Vendor\\Bench");
     k->SetValue(u"Colour", Variant(String(kText, kText + sizeof kText - 1)));
     return k;
@@ -174,9 +181,9 @@ int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   RatioReporter ansi, utf8;
-  SetCodePage(kCodePage1252);
+  BenchContext()->set_code_page(kCodePage1252);
   benchmark::RunSpecifiedBenchmarks(&ansi);
-  SetCodePage(kCodePageUtf8);
+  BenchContext()->set_code_page(kCodePageUtf8);
   benchmark::RunSpecifiedBenchmarks(&utf8);
   ansi.PrintRatios("code page 1252");
   utf8.PrintRatios("code page 65001");

@@ -133,8 +133,8 @@ TEST_F(StorageStringFiles, SaveAndLoadKeepEveryCharacterAndAppend) {
 
 // Under 65001 files are UTF-8: every character survives, a lone surrogate is
 // written as U+FFFD, bytes that are not UTF-8 load as U+FFFD each.
-TEST(StorageStringFiles, Utf8FilesUnderCodePage65001) {
-  ScopedCodePage utf8(*Services::Default(), kCodePageUtf8);
+TEST_F(StorageStringFiles, Utf8FilesUnderCodePage65001) {
+  Context()->set_code_page(kCodePageUtf8);
   MemFs fs;
   struct Row { const char* what; String page; std::string bytes; String loaded; };
   const Row rows[] = {
