@@ -17,16 +17,15 @@
 #include "cli/output.h"
 #include "cli/reg_file.h"
 #include "cli/reg_transfer.h"
+#include "platform_temp_dir.h"
 #include "tarvo2/registry_store.h"
 #include "tarvo2/testing/registry_store.h"
 
 namespace tarvo2::regfile {
 namespace {
 
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
+using testing::ReadBytes;
+
 void WriteFile(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;
 }
@@ -187,14 +186,7 @@ TEST(OutputTest, JsonAndShellPiecesAreValid) {
 
 class CliTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    const char* tmp = std::getenv("TMPDIR");
-    std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/tarvo2-cli-XXXXXX";
-    ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
-    dir_ = pattern;
-    db_ = dir_ + "/registry.sqlite3";
-  }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
+  void SetUp() override { ASSERT_FALSE(dir_.empty()); }
 
   std::string P(const std::string& name) const { return dir_ + "/" + name; }
 
@@ -217,23 +209,18 @@ class CliTest : public ::testing::Test {
     }
     int status = 0;
     ::waitpid(pid, &status, 0);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadFile(out), ReadFile(err)};
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadBytes(out), ReadBytes(err)};
   }
   std::string Sh(const std::string& script) {
-    std::string cmd = "T='" TARVO2_CLI_PATH "' TARVO2_REGISTRY='" + db_ + "' sh -c '" + script + "' 2>&1";
-    std::string out;
-    FILE* p = ::popen(cmd.c_str(), "r");
-    char buf[4096];
-    for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
-    ::pclose(p);
-    return out;
+    return testing::CommandOutput("T='" TARVO2_CLI_PATH "' TARVO2_REGISTRY='" + db_ + "' sh -c '" + script + "' 2>&1");
   }
   std::string DumpDb() {
     auto s = OpenSqliteRegistryStore(db_);
     return Dump(*s);
   }
 
-  std::string dir_, db_;
+  testing::PlatformTempDir tmp_;
+  const std::string dir_ = tmp_.path(), db_ = tmp_ / "registry.sqlite3";
 };
 
 struct Row {
@@ -317,7 +304,7 @@ TEST_F(CliTest, EveryVerbOnEveryStoreInEveryFormat) {
       {{"del", pg}, 0, "", ""},
       {{"get", pg, "Colour"}, 1, "", "tarvo2: error 53: File not found: @/p.txt [tarvo2 <- tarvo2 get]\n"},
   });
-  EXPECT_EQ(ReadFile(P("app.ini")), "");
+  EXPECT_EQ(ReadBytes(P("app.ini")), "");
 }
 
 TEST_F(CliTest, ErrorsGiveTheirExitCodeAndOneLine) {
@@ -382,12 +369,12 @@ TEST_F(CliTest, ExportImportRoundTripsByteForByte) {
     ASSERT_EQ(r.exit, 0) << r.err;
     EXPECT_EQ(DumpDb(), before) << enc;
     Result again = Run({"export", "reg:HKCU\\Software\\Odd", "-", "--encoding", enc});
-    EXPECT_EQ(again.out, ReadFile(file)) << enc;
+    EXPECT_EQ(again.out, ReadBytes(file)) << enc;
   }
-  EXPECT_EQ(ReadFile(P("x-utf16.reg")).substr(0, 4), std::string("\xFF\xFE" "W\0", 4));
-  EXPECT_EQ(ReadFile(P("x-regedit4.reg")).substr(0, 10), "REGEDIT4\r\n");
+  EXPECT_EQ(ReadBytes(P("x-utf16.reg")).substr(0, 4), std::string("\xFF\xFE" "W\0", 4));
+  EXPECT_EQ(ReadBytes(P("x-regedit4.reg")).substr(0, 10), "REGEDIT4\r\n");
   ASSERT_EQ(Run({"del", "-r", "reg:HKCU\\Software\\Odd"}).exit, 0);
-  Result piped = Run({"import", "-"}, ReadFile(P("x-utf8.reg")));
+  Result piped = Run({"import", "-"}, ReadBytes(P("x-utf8.reg")));
   EXPECT_EQ(piped.exit, 0) << piped.err;
   EXPECT_EQ(DumpDb(), before);
   Result missing = Run({"export", "reg:HKCU\\Nope", P("n.reg")});
@@ -495,12 +482,7 @@ TEST(CompletionTest, CompletesVerbsOptionsFormatsAndRoots) {
                       "\"; COMP_POINT=${#COMP_LINE}; read -ra COMP_WORDS <<< \"${COMP_LINE//:/ : }\"; "
                       "COMP_CWORD=$((${#COMP_WORDS[@]}-1)); _tarvo2; "
                       "[ ${#COMPREPLY[@]} -gt 0 ] && printf \"%s\\n\" \"${COMPREPLY[@]}\"'";
-    std::string out;
-    FILE* p = ::popen(cmd.c_str(), "r");
-    char buf[1024];
-    for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
-    ::pclose(p);
-    EXPECT_EQ(out, row.expected) << row.line;
+    EXPECT_EQ(testing::CommandOutput(cmd), row.expected) << row.line;
   }
 }
 

@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <random>
 #include <string>
@@ -40,11 +39,6 @@ std::string Content(int n) {
 int VersionOf(const std::string& text) {
   const int n = std::atoi(text.c_str());
   return text == Content(n) ? n : -1;
-}
-
-std::string FileBytes(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 std::vector<std::string> Names(const std::string& dir) {
@@ -118,12 +112,12 @@ TEST(CrashTest, KilledWritersLeaveTheOldOrTheNewContentAndNoTemporaryFile) {
                      ss->put_Value(Variant(FromAnsi(Content(n))));
                      ss->Save(FromAnsi(page));
                    },
-                   [&] { return VersionOf(FileBytes(page)); }, {"page.txt"}};
+                   [&] { return VersionOf(testing::ReadBytes(page)); }, {"page.txt"}};
 
   const std::string ini = tmp / "ini/app.ini";
   Store ini_store{"INI", [&](int n) { NewProfileStore()->WritePrivateProfileString("S", "v", Content(n).c_str(), ini); },
                   [&] {
-                    const std::string text = FileBytes(ini);
+                    const std::string text = testing::ReadBytes(ini);
                     const std::string prefix = "[S]\nv=";
                     if (text.compare(0, prefix.size(), prefix) != 0 || text.back() != '\n') return -1;
                     return VersionOf(text.substr(prefix.size(), text.size() - prefix.size() - 1));

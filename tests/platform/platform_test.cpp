@@ -413,16 +413,13 @@ TEST_F(ProfileStoreTest, WritesEditInPlace) {
 }
 
 TEST_F(ProfileStoreTest, BareNamesGoToTheConfigurationFolder) {
-  const char* old = std::getenv("XDG_CONFIG_HOME");
-  const std::string saved = old ? old : "";
-  setenv("XDG_CONFIG_HOME", "relative", 1);
+  testing::ScopedEnv config("XDG_CONFIG_HOME", "relative");
   EXPECT_EQ(ResolveProfilePath("app.ini"), std::string(std::getenv("HOME")) + "/.config/app.ini");
-  setenv("XDG_CONFIG_HOME", "/cfg/home", 1);
+  config.Set("/cfg/home");
   const Names resolved = {ResolveProfilePath("app.ini"), ResolveProfilePath("./app.ini"), ResolveProfilePath("/etc/a.ini")};
   EXPECT_EQ(resolved, (Names{"/cfg/home/app.ini", "./app.ini", "/etc/a.ini"}));
   EXPECT_TRUE(store_->WritePrivateProfileString("S", "k", "v", "app.ini"));
   EXPECT_EQ(Content("/cfg/home/app.ini"), "[S]\nk=v\n");
-  old ? setenv("XDG_CONFIG_HOME", saved.c_str(), 1) : unsetenv("XDG_CONFIG_HOME");
 }
 
 TEST_F(ProfileStoreTest, RefusedWritesKeepTheOldFileAndLeaveNoOther) {
@@ -770,15 +767,12 @@ TEST_F(RegistryStoreTest, StoreFailuresGiveCodesAndLeaveNothingHalfDone) {
   const std::pair<std::string, const char*> foreign[] = {
       {tmp_ / "o", "PRAGMA user_version=7"}, {tmp_ / "t", "CREATE TABLE notes(x); INSERT INTO notes VALUES('mine')"},
       {tmp_ / "c", "CREATE TABLE reg_keys(other)"}};
-  auto bytes = [](const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  };
+  using testing::ReadBytes;
   std::vector<std::string> before;
   for (const auto& [path, sql] : foreign) {
     ASSERT_EQ(SQLITE_OK, sqlite3_open(path.c_str(), &db));
     EXPECT_EQ(SQLITE_OK, sqlite3_exec(db, sql, nullptr, nullptr, nullptr) | sqlite3_close(db));
-    before.push_back(bytes(path));
+    before.push_back(ReadBytes(path));
   }
   struct Row { const char* what; std::string path; std::int32_t open_code, call_code; };
   const Row rows[] = {
@@ -798,7 +792,7 @@ TEST_F(RegistryStoreTest, StoreFailuresGiveCodesAndLeaveNothingHalfDone) {
               std::tuple(open, create, key, Set(store.get(), kHKeyCurrentUser, "v", "x"), store->CloseKey(kHKeyCurrentUser)))
         << row.what;
   }
-  for (std::size_t i = 0; i < std::size(foreign); ++i) EXPECT_EQ(before[i], bytes(foreign[i].first)) << foreign[i].first;
+  for (std::size_t i = 0; i < std::size(foreign); ++i) EXPECT_EQ(before[i], ReadBytes(foreign[i].first)) << foreign[i].first;
   // A write failing half way leaves nothing half done.
   OpenSqliteRegistryStore(path_);  // makes the tables
   sqlite3* other = nullptr;
@@ -839,11 +833,9 @@ TEST(FaultInjectingRegistryStoreTest, FailsChosenCallsAndStoresNothing) {
 }
 
 TEST_F(RegistryStoreTest, Locations) {
-  const char* names[] = {"TARVO2_REGISTRY", "XDG_CONFIG_HOME", "HOME"};
-  std::optional<std::string> saved[3];
-  for (int i = 0; i < 3; ++i) if (const char* v = std::getenv(names[i])) saved[i] = v;
+  testing::ScopedEnv vars[] = {{"TARVO2_REGISTRY", nullptr}, {"XDG_CONFIG_HOME", nullptr}, {"HOME", nullptr}};
   auto env = [&](std::initializer_list<const char*> values) {  // null unsets
-    for (int i = 0; const char* v : values) v ? ::setenv(names[i++], v, 1) : ::unsetenv(names[i++]);
+    for (int i = 0; const char* v : values) vars[i++].Set(v);
   };
   env({"/r/reg.db", "/x", "/h"});
   EXPECT_EQ("/r/reg.db", DefaultRegistryLocation());
@@ -858,7 +850,6 @@ TEST_F(RegistryStoreTest, Locations) {
   EXPECT_EQ("<2>", Get(OpenRegistryStore(":memory:").get(), kHKeyCurrentUser, "v"));
   OpenRegistryStore(tmp_ / "none/reg.db", &opened);
   EXPECT_EQ(kErrorCantOpen, opened);
-  for (int i = 0; i < 3; ++i) saved[i] ? ::setenv(names[i], saved[i]->c_str(), 1) : ::unsetenv(names[i]);
 }
 
 // The SQLite store's one-step read and write give what the open-call-close
@@ -933,19 +924,17 @@ TEST(CodepageTest, Utf8CodePageCutsAndSetting) {
     EXPECT_EQ(LastCharStart(c.bytes, kCodePageUtf8), c.last_utf8);
   }
   // The environment's code page, the start of every context and store.
-  const char* env = std::getenv("TARVO2_CODEPAGE");
-  const std::string saved = env ? env : "";
+  testing::ScopedEnv code_page("TARVO2_CODEPAGE", nullptr);
   struct Env { const char* value; std::uint32_t code_page; };
   for (const Env& e : {Env{"65001", kCodePageUtf8}, Env{" 65001\t", kCodePageUtf8}, Env{"1252", kCodePage1252},
                        Env{"", kCodePage1252}, Env{"437", kCodePage1252}, Env{"650010", kCodePage1252},
                        Env{nullptr, kCodePage1252}}) {
     SCOPED_TRACE(e.value ? e.value : "(unset)");
-    if (e.value) setenv("TARVO2_CODEPAGE", e.value, 1); else unsetenv("TARVO2_CODEPAGE");
+    code_page.Set(e.value);
     EXPECT_EQ(EnvironmentCodePage(), e.code_page);
     EXPECT_EQ(NewProfileStore(NewMemFileSystem())->code_page(), e.code_page);
     EXPECT_EQ(NewProfileStore(NewMemFileSystem(), kCodePage1252)->code_page(), kCodePage1252);
   }
-  if (env) setenv("TARVO2_CODEPAGE", saved.c_str(), 1); else unsetenv("TARVO2_CODEPAGE");
 }
 
 TEST(CodepageTest, NamesFoldUnderUnicodeSimpleCaseFolding) {

@@ -4,12 +4,12 @@
 // deleted key, two databases side by side, and a damaged database file
 // (codes in ErrorState, no crash). How the store itself meets locked and
 // read-only files is tested with the store.
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <limits>
 
+#include "platform_temp_dir.h"
 #include "registry_test_util.h"
 
 namespace tarvo2 {
@@ -58,7 +58,7 @@ TEST_F(KeyTest, ValuesAreStoredAsTextOrNativeIntegersOrNotAtAll) {
   auto key = Key(u"Software\\Enc");
   int i = 0;
   for (const auto& [value, type, bytes] : rows) {
-    SCOPED_TRACE(testing::PrintToString(value));
+    SCOPED_TRACE(::testing::PrintToString(value));
     std::string name = "v" + std::to_string(i++);
     EXPECT_FALSE(key->SetValue(FromAnsi(name), value));
     EXPECT_EQ(Raw("Software\\Enc", name), std::make_pair(type ? type : 0xFFFFu, bytes));
@@ -258,20 +258,13 @@ TEST_F(KeyTest, ValueImportsAViewAndTheViewOfADeletedKeyFails) {
 class StoreFilesTest : public RegistryTest {
  protected:
   void SetUp() override {
-    RegistryTest::SetUp();
-    char tmpl[] = "/tmp/tarvo2_regkey_XXXXXX";
-    ASSERT_NE(::mkdtemp(tmpl), nullptr);
-    dir_ = tmpl;
-    path_ = dir_ + "/registry.sqlite3";
+    ASSERT_FALSE(dir_.path().empty());
     services_->set_registry_location(path_);
     Key(u"Software\\Kept")->SetValue(u"v", Variant(u"stored"));
     services_->set_registry_location(":memory:");
   }
-  void TearDown() override {
-    RegistryTest::TearDown();
-    std::filesystem::remove_all(dir_);
-  }
-  std::string dir_, path_;
+  testing::PlatformTempDir dir_;
+  const std::string path_ = dir_ / "registry.sqlite3";
 };
 
 // Two contexts with a registry database each, side by side in one process:
@@ -284,34 +277,28 @@ TEST_F(StoreFilesTest, TwoContextsWithTwoDatabasesImportSideBySide) {
   source->SetValue(u"list", SafeArray::OfStrings({u"1", u"2"}));
   source->get_SubKeys()->Add(u"Child")->SetValue(u"c", Variant(u"1"));
   auto other = Services::New();
-  other->set_registry_location(dir_ + "/other.sqlite3");
+  const std::string b = dir_ / "other.sqlite3";
+  other->set_registry_location(b);
   auto target = KivRegistryKey::Create(other);
   target->put_KeyName(u"Software\\Dst");
   target->put_Value(Variant(source));
   EXPECT_EQ(target->get_ErrorState(), 0);
 
-  // The values as each database holds them: {type, bytes}, {0xFFFF, ""} when missing.
-  auto raw = [](const std::string& db, const char* key, const char* name) {
-    auto store = OpenSqliteRegistryStore(db);
-    std::string data(64, '\0');
-    std::uint32_t type = 0, size = static_cast<std::uint32_t>(data.size());
-    if (store->QueryValueAt(kHKeyCurrentUser, key, name, &type, reinterpret_cast<std::uint8_t*>(data.data()),
-                            &size) != 0)
-      return std::pair<std::uint32_t, std::string>{0xFFFF, ""};
-    return std::pair<std::uint32_t, std::string>{type, data.substr(0, size)};
+  // The values as each database holds them.
+  auto raw = [&](const std::string& db, const char* key, const char* name) {
+    return Raw(key, name, OpenSqliteRegistryStore(db).get());
   };
-  using Raw = std::pair<std::uint32_t, std::string>;
-  const std::string b = dir_ + "/other.sqlite3";
-  EXPECT_EQ(raw(b, "Software\\Dst", "text"), (Raw{kRegSz, std::string("x y\0", 4)}));
-  EXPECT_EQ(raw(b, "Software\\Dst", "number"), (Raw{kRegDword, std::string("\5\0\0\0", 4)}));
-  EXPECT_EQ(raw(b, "Software\\Dst", "list"), (Raw{kRegSz, std::string("1\t2\0", 4)}));
+  using Held = std::pair<std::uint32_t, std::string>;
+  EXPECT_EQ(raw(b, "Software\\Dst", "text"), (Held{kRegSz, std::string("x y\0", 4)}));
+  EXPECT_EQ(raw(b, "Software\\Dst", "number"), (Held{kRegDword, std::string("\5\0\0\0", 4)}));
+  EXPECT_EQ(raw(b, "Software\\Dst", "list"), (Held{kRegSz, std::string("1\t2\0", 4)}));
   EXPECT_EQ(raw(b, "Software\\Dst\\Child", "c").first, 0xFFFFu);  // a key's import copies its values only
   EXPECT_EQ(raw(b, "Software\\Src", "text").first, 0xFFFFu);
   // The source database is unchanged.
   EXPECT_EQ(raw(path_, "Software\\Dst", "text").first, 0xFFFFu);
-  EXPECT_EQ(raw(path_, "Software\\Src", "text"), (Raw{kRegSz, std::string("x y\0", 4)}));
-  EXPECT_EQ(raw(path_, "Software\\Src\\Child", "c"), (Raw{kRegSz, std::string("1\0", 2)}));
-  EXPECT_EQ(raw(path_, "Software\\Kept", "v"), (Raw{kRegSz, std::string("stored\0", 7)}));
+  EXPECT_EQ(raw(path_, "Software\\Src", "text"), (Held{kRegSz, std::string("x y\0", 4)}));
+  EXPECT_EQ(raw(path_, "Software\\Src\\Child", "c"), (Held{kRegSz, std::string("1\0", 2)}));
+  EXPECT_EQ(raw(path_, "Software\\Kept", "v"), (Held{kRegSz, std::string("stored\0", 7)}));
   target.reset();
   EXPECT_EQ(other.use_count(), 1);
 }

@@ -56,12 +56,15 @@ class RegistryTest : public ::testing::Test {
     services_->set_registry_store(faults);
     return faults;
   }
-  // The raw value as the store holds it, or {0xFFFF, ""} when missing.
-  std::pair<std::uint32_t, std::string> Raw(const std::string& path, const std::string& name) {
+  // The raw value as the store (by default the context's) holds it, or
+  // {0xFFFF, ""} when missing.
+  std::pair<std::uint32_t, std::string> Raw(const std::string& path, const std::string& name,
+                                            RegistryStore* store = nullptr) {
     std::string data(1 << 21, '\0');
     std::uint32_t type = 0, size = static_cast<std::uint32_t>(data.size());
-    if (services_->registry_store()->QueryValueAt(kHKeyCurrentUser, path.c_str(), name.c_str(), &type,
-                                         reinterpret_cast<std::uint8_t*>(data.data()), &size) != 0)
+    if ((store ? store : services_->registry_store().get())
+            ->QueryValueAt(kHKeyCurrentUser, path.c_str(), name.c_str(), &type,
+                           reinterpret_cast<std::uint8_t*>(data.data()), &size) != 0)
       return {0xFFFF, ""};
     return {type, data.substr(0, size)};
   }
