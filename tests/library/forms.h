@@ -3,6 +3,8 @@
 #ifndef TARVO2_TESTS_LIBRARY_FORMS_H_
 #define TARVO2_TESTS_LIBRARY_FORMS_H_
 
+#include <vector>
+
 #include "tarvo2/dispatch.h"
 
 namespace tarvo2 {
@@ -17,6 +19,13 @@ inline Variant Form(double top, double left, double width, double height, std::i
   f->Put(u"WindowState", state);
   f->Put(u"Name", String(name));
   return Variant(f);
+}
+
+// A form's Top, Left, Width, Height and WindowState.
+inline std::vector<Variant> Placement(const Variant& form) {
+  std::vector<Variant> out;
+  for (const char16_t* p : {u"Top", u"Left", u"Width", u"Height", u"WindowState"}) out.push_back(GetProperty(form, p));
+  return out;
 }
 
 }  // namespace tarvo2

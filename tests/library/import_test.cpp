@@ -30,14 +30,9 @@ Variant LongArray(std::vector<Variant> v) { return Variant(SafeArray::Of(VarType
 // Two units with texts, numbers, arrays, an empty value, odd letter case,
 // and many fields.
 Fields MakeAlpha() {
-  Fields f = {
-      {u"Colour", Variant(u"Red")},
-      {u"cOUNT", Variant(7)},
-      {u"Ratio", Variant(2.5)},
-      {u"List", LongArray({1, 2, 3})},
-      {u"Words", Variant(SafeArray::OfStrings({u"a", u"b"}))},
-      {u"Blank", Variant(u"")},
-  };
+  Fields f = {{u"Colour", Variant(u"Red")}, {u"cOUNT", Variant(7)}, {u"Ratio", Variant(2.5)},
+              {u"List", LongArray({1, 2, 3})}, {u"Words", Variant(SafeArray::OfStrings({u"a", u"b"}))},
+              {u"Blank", Variant(u"")}};
   for (int i = 0; i < 40; ++i) {
     String name = u"fIeLd_" + String(1, static_cast<char16_t>(u'A' + i % 26)) + String(1, u'a' + i / 26);
     f[name] = i % 3 ? Variant(i) : Variant(u"v" + name);
@@ -78,25 +73,18 @@ class ImportTest : public ::testing::Test {
         }
         break;
       }
-      case Kind::kRegistryKey: {
-        s = Variant(CreateObject(u"Tarvo2.KivRegistryKey", services_));
-        LetProperty(s, u"KeyName", u"Software\\Test\\" + name);
-        // The key's section is reached typed, through its common interface.
+      case Kind::kRegistryKey:
+      case Kind::kIniFile: {
+        const bool key = kind == Kind::kRegistryKey;
+        s = Variant(CreateObject(key ? u"Tarvo2.KivRegistryKey" : u"Tarvo2.KivINIFileHandler", services_));
+        LetProperty(s, key ? u"KeyName" : u"Path", key ? u"Software\\Test\\" + name : u"/cfg/" + name + u".ini");
+        // A unit is a section, reached typed through the common interface.
         auto view = RefCast<TarvoStdInterface>(s.AsObject()->QueryInterface(u"TarvoStdInterface"));
         for (const auto& [unit, fields] : units) {
           view->put_Section(unit);
           for (const auto& [f, v] : fields) Call(s, u"SetValue", {f, v, kTab});
         }
-        view->put_Section(u"");
-        break;
-      }
-      case Kind::kIniFile: {
-        s = Variant(CreateObject(u"Tarvo2.KivINIFileHandler", services_));
-        LetProperty(s, u"Path", u"/cfg/" + name + u".ini");
-        for (const auto& [unit, fields] : units) {
-          LetProperty(s, u"Section", unit);
-          for (const auto& [f, v] : fields) Call(s, u"SetValue", {f, v, kTab});
-        }
+        if (key) view->put_Section(u"");
         break;
       }
     }

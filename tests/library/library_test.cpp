@@ -48,13 +48,10 @@ TEST(Library, CentresOnTheScreenOrWithinAnotherForm) {
   Variant lib(TarvoLibrary::Create(services));
   Variant f = Form(0, 0, 4000, 3000);
   Call(lib, u"KivCenterForm", {ByRef(f)});
-  EXPECT_EQ(GetProperty(f, u"Top"), Variant(2325.0));
-  EXPECT_EQ(GetProperty(f, u"Left"), Variant(4000.0));
-
+  EXPECT_EQ(Placement(f), (std::vector<Variant>{2325.0, 4000.0, 4000.0, 3000.0, 0}));
   Variant outer = Form(100, 100, 8000, 6000);
   Call(lib, u"KivCenterForm", {ByRef(f), ByRef(outer)});
-  EXPECT_EQ(GetProperty(f, u"Top"), Variant(1050.0));
-  EXPECT_EQ(GetProperty(f, u"Left"), Variant(2000.0));
+  EXPECT_EQ(Placement(f), (std::vector<Variant>{1050.0, 2000.0, 4000.0, 3000.0, 0}));
 
   Variant maximised = Form(1, 2, 4000, 3000, 2);
   Call(lib, u"KivCenterForm", {ByRef(maximised)});
