@@ -30,10 +30,7 @@ void WriteFile(const std::string& path, const std::string& bytes) {
   std::ofstream(path, std::ios::binary) << bytes;
 }
 
-struct Result {
-  int exit;
-  std::string out, err;
-};
+struct Result { int exit; std::string out, err; };
 
 // Every key below the four roots with its values, in store order:
 // "key|name|type|hex bytes" lines, read with the raw store calls.
@@ -166,12 +163,9 @@ TEST(OutputTest, JsonAndShellPiecesAreValid) {
     Variant value;
     const char* json;
   } values[] = {
-      {Variant(0.5), "0.5"},
-      {Variant(-0.25), "-0.25"},
-      {Variant(1.5e20), "1.5E+20"},
+      {Variant(0.5), "0.5"}, {Variant(-0.25), "-0.25"}, {Variant(1.5e20), "1.5E+20"},
       {Variant(std::int32_t{-7}), "-7"},
-      {Variant(u"tab\t \"q\" \\ \x01 \u00e9"), "\"tab\\t \\\"q\\\" \\\\ \\u0001 \xC3\xA9\""},
-      {Variant(), "null"},
+      {Variant(u"tab\t \"q\" \\ \x01 \u00e9"), "\"tab\\t \\\"q\\\" \\\\ \\u0001 \xC3\xA9\""}, {Variant(), "null"},
       {Variant(SafeArray::OfStrings({u"a", u""})), "[\"a\", \"\"]"},
   };
   for (const auto& row : values) EXPECT_EQ(cli::JsonValue(row.value), row.json) << row.json;
@@ -468,13 +462,10 @@ TEST(CompletionTest, CompletesVerbsOptionsFormatsAndRoots) {
     const char* line;  // the command line up to the cursor
     const char* expected;
   } rows[] = {
-      {"tarvo2 ex", "export\n"},
-      {"tarvo2 get -", "--help\n--registry\n--format\n--delimiter\n--raw\n"},
-      {"tarvo2 del -", "--help\n--registry\n--recursive\n"},
-      {"tarvo2 list -f j", "json\n"},
+      {"tarvo2 ex", "export\n"}, {"tarvo2 get -", "--help\n--registry\n--format\n--delimiter\n--raw\n"},
+      {"tarvo2 del -", "--help\n--registry\n--recursive\n"}, {"tarvo2 list -f j", "json\n"},
       {"tarvo2 set reg:HKL", "HKLM\\\n"},  // bash puts back only what follows the ':'
-      {"tarvo2 get page:/nonexistent/x", ""},
-      {"tarvo2 copy i", "ini:\n"},
+      {"tarvo2 get page:/nonexistent/x", ""}, {"tarvo2 copy i", "ini:\n"},
   };
   for (const auto& row : rows) {
     // Words split as bash splits them, at blanks and around ':'.

@@ -50,19 +50,9 @@ std::vector<Ref<Object>> Subjects(const std::shared_ptr<Services>& services_) {
 std::vector<std::vector<Arg>> OddArgumentLists() {
   Variant form(MakeRef<DynamicObject>(u"Form"));
   return {
-      {},
-      {Variant()},
-      {Variant::Null()},
-      {Variant(u"")},
-      {Variant(u"x"), Variant(u"y")},
-      {Variant(-1)},
-      {Variant(1e300)},
-      {Variant(2147483647)},
-      {Variant::Nothing()},
-      {form},
-      {Variant(SafeArray::OfStrings({}))},
-      {Variant(SafeArray(VarType::kString))},
-      {Variant(SafeArray::OfVariants({Variant(1), Variant::Null()}))},
+      {}, {Variant()}, {Variant::Null()}, {Variant(u"")}, {Variant(u"x"), Variant(u"y")}, {Variant(-1)},
+      {Variant(1e300)}, {Variant(2147483647)}, {Variant::Nothing()}, {form}, {Variant(SafeArray::OfStrings({}))},
+      {Variant(SafeArray(VarType::kString))}, {Variant(SafeArray::OfVariants({Variant(1), Variant::Null()}))},
       {Variant(u"a"), Variant(u"b"), Variant(u"c"), Variant(u"d"), Variant(u"e"), Variant(u"f"), Variant(u"g"),
        Variant(u"h")},
       {Named(u"nosuchparameter", 1)},

@@ -97,13 +97,10 @@ TEST_P(StoreContract, ValuesReadBackAlikeWithTheirDelimiters) {
     const char16_t* read_delimiter;
     Variant expected;
   } rows[] = {
-      {Variant(u"Red"), u"\t", u"\t", Variant(u"Red")},
-      {Variant(u""), u"\t", u"\t", Variant(u"")},
+      {Variant(u"Red"), u"\t", u"\t", Variant(u"Red")}, {Variant(u""), u"\t", u"\t", Variant(u"")},
       {Variant(u"Text With Spaces"), u"\t", u"\t", Variant(u"Text With Spaces")},
-      {Variant(u"1.2.3"), u"\t", u"\t", Variant(u"1.2.3")},
-      {Variant(12), u"\t", u"\t", Variant(12)},
-      {Variant(-5), u"\t", u"\t", Variant(-5)},
-      {Variant(2.5), u"\t", u"\t", Variant(2.5)},
+      {Variant(u"1.2.3"), u"\t", u"\t", Variant(u"1.2.3")}, {Variant(12), u"\t", u"\t", Variant(12)},
+      {Variant(-5), u"\t", u"\t", Variant(-5)}, {Variant(2.5), u"\t", u"\t", Variant(2.5)},
       {Variant(u"007"), u"\t", u"\t", Variant(7)},  // numeric text becomes a number
       {Longs({1, 2, 3}), u"\t", u"\t", Longs({1, 2, 3})},
       {SafeArray::OfVariants({1, 1.5, 3}), u"\t", u"\t", Doubles({1.0, 1.5, 3.0})},
@@ -127,16 +124,10 @@ TEST_P(StoreContract, ValuesReadBackAlikeWithTheirDelimiters) {
 // GetValue's two switches: arrays split at the delimiter, numeric texts
 // (and numeric elements) become numbers.
 TEST_P(StoreContract, DetectionSwitchesDecideArraysAndNumbers) {
-  struct Row {
-    Variant stored;
-    bool array, number;
-    Variant expected;
-  } rows[] = {
-      {Longs({1, 2, 3}), true, true, Longs({1, 2, 3})},
-      {Longs({1, 2, 3}), false, true, Variant(u"1\t2\t3")},
+  struct Row { Variant stored; bool array, number; Variant expected; } rows[] = {
+      {Longs({1, 2, 3}), true, true, Longs({1, 2, 3})}, {Longs({1, 2, 3}), false, true, Variant(u"1\t2\t3")},
       {Longs({1, 2, 3}), true, false, SafeArray::OfStrings({u"1", u"2", u"3"})},
-      {Variant(u"007"), true, true, Variant(7)},
-      {Variant(u"007"), false, false, Variant(u"007")},
+      {Variant(u"007"), true, true, Variant(7)}, {Variant(u"007"), false, false, Variant(u"007")},
   };
   for (const Row& r : rows) {
     SCOPED_TRACE(::testing::PrintToString(r.stored) + (r.array ? " array" : "") + (r.number ? " number" : ""));

@@ -1010,15 +1010,9 @@ TEST_F(RegistryStoreTest, Version1DatabaseIsConvertedOnOpen) {
 TEST(ServicesTest, HostModuleIsThisProgramAndAFixedSeedRepeats) {
   const std::string real = ReadHostModulePath();
   EXPECT_TRUE(real[0] == '/' && std::filesystem::is_regular_file(real) && real.ends_with("/platform_tests")) << real;
-  struct Row {
-    std::string path;
-    const char16_t* folder;
-    const char16_t* name;
-  } rows[] = {
-      {"/opt/app/Ledger.bin", u"/opt/app/", u"Ledger"},
-      {"/opt/a.b/ledger", u"/opt/a.b/", u"ledger"},
-      {"ledger.x.exe", u"", u"ledger.x"},
-      {"/d/\xC3\xA9t\xC3\xA9", u"/d/", u"\u00E9t\u00E9"},
+  struct Row { std::string path; const char16_t* folder; const char16_t* name; } rows[] = {
+      {"/opt/app/Ledger.bin", u"/opt/app/", u"Ledger"}, {"/opt/a.b/ledger", u"/opt/a.b/", u"ledger"},
+      {"ledger.x.exe", u"", u"ledger.x"}, {"/d/\xC3\xA9t\xC3\xA9", u"/d/", u"\u00E9t\u00E9"},
       {"/opt/app\0/x"s, u"/opt/", u"app"},  // cut at the NUL
       {"/" + std::string(255, 'd') + "/ab/cd", nullptr, u"ab"},  // cut to 259 units
   };

@@ -11,10 +11,7 @@ namespace tarvo2 {
 namespace {
 
 TEST(Convert, NumericTextRule) {
-  struct Row {
-    const char16_t* text;
-    bool numeric;
-  } rows[] = {
+  struct Row { const char16_t* text; bool numeric; } rows[] = {
       {u"12", true},     {u" 12 ", true},   {u"+5", true},     {u"-5", true},
       {u"1.5", true},    {u".5", true},     {u"5.", true},     {u"1e3", true},
       {u"1E+3", true},   {u"2.5d-2", true}, {u"&H1F", true},   {u"&o17", true},
@@ -30,10 +27,7 @@ TEST(Convert, NumericTextRule) {
 }
 
 TEST(Convert, TextToLongRoundsHalvesToEven) {
-  struct Row {
-    const char16_t* text;
-    std::int32_t value;
-  } rows[] = {
+  struct Row { const char16_t* text; std::int32_t value; } rows[] = {
       {u"2.5", 2},   {u"3.5", 4},    {u"-2.5", -2},  {u"-3.5", -4}, {u"0.5", 0},
       {u"1.5", 2},   {u"2.51", 3},   {u" 7 ", 7},    {u"007", 7},   {u"1e3", 1000},
       {u"&HFF", 255}, {u"&HFFFFFFFF", -1}, {u"2147483647", 2147483647},
@@ -59,30 +53,14 @@ TEST(Convert, TextToDouble) {
 }
 
 TEST(Convert, ValuesToText) {
-  struct Row {
-    Variant value;
-    const char16_t* text;
-  } rows[] = {
-      {Variant(), u""},
-      {Variant(true), u"True"},
-      {Variant(false), u"False"},
-      {Variant(std::int32_t{-42}), u"-42"},
-      {Variant(std::int16_t{7}), u"7"},
-      {Variant(2.5), u"2.5"},
-      {Variant(0.1 + 0.2), u"0.3"},
-      {Variant(1e15), u"1E+15"},
-      {Variant(123456789012345.0), u"123456789012345"},
-      {Variant(1e-5), u"1E-05"},
-      {Variant(0.0001), u"0.0001"},
-      {Variant(-1.5e-20), u"-1.5E-20"},
-      {Variant(1.0 / 3.0), u"0.333333333333333"},
-      {Variant(100.0), u"100"},
-      {Variant(1.5f), u"1.5"},
-      {Variant(Currency{12345}), u"1.2345"},
-      {Variant(Currency{-20000}), u"-2"},
-      {Variant(Date{45000.5}), u"2023-03-15 12:00:00"},
-      {Variant(Date{0.25}), u"06:00:00"},
-      {Variant(u"x"), u"x"},
+  struct Row { Variant value; const char16_t* text; } rows[] = {
+      {Variant(), u""}, {Variant(true), u"True"}, {Variant(false), u"False"}, {Variant(std::int32_t{-42}), u"-42"},
+      {Variant(std::int16_t{7}), u"7"}, {Variant(2.5), u"2.5"}, {Variant(0.1 + 0.2), u"0.3"},
+      {Variant(1e15), u"1E+15"}, {Variant(123456789012345.0), u"123456789012345"}, {Variant(1e-5), u"1E-05"},
+      {Variant(0.0001), u"0.0001"}, {Variant(-1.5e-20), u"-1.5E-20"}, {Variant(1.0 / 3.0), u"0.333333333333333"},
+      {Variant(100.0), u"100"}, {Variant(1.5f), u"1.5"}, {Variant(Currency{12345}), u"1.2345"},
+      {Variant(Currency{-20000}), u"-2"}, {Variant(Date{45000.5}), u"2023-03-15 12:00:00"},
+      {Variant(Date{0.25}), u"06:00:00"}, {Variant(u"x"), u"x"},
   };
   for (const auto& r : rows) {
     SCOPED_TRACE(ToUtf8(r.text));
@@ -105,19 +83,10 @@ TEST(Convert, BooleansFromValues) {
 }
 
 TEST(Convert, TypeNamesAsClientsSeeThem) {
-  struct Row {
-    Variant value;
-    const char16_t* name;
-  } rows[] = {
-      {Variant(), u"Empty"},
-      {Variant::Null(), u"Null"},
-      {Variant(std::int32_t{1}), u"Long"},
-      {Variant(std::int16_t{1}), u"Integer"},
-      {Variant(1.0), u"Double"},
-      {Variant(u"s"), u"String"},
-      {Variant(true), u"Boolean"},
-      {Variant::Missing(), u"Error"},
-      {Variant::Nothing(), u"Nothing"},
+  struct Row { Variant value; const char16_t* name; } rows[] = {
+      {Variant(), u"Empty"}, {Variant::Null(), u"Null"}, {Variant(std::int32_t{1}), u"Long"},
+      {Variant(std::int16_t{1}), u"Integer"}, {Variant(1.0), u"Double"}, {Variant(u"s"), u"String"},
+      {Variant(true), u"Boolean"}, {Variant::Missing(), u"Error"}, {Variant::Nothing(), u"Nothing"},
       {Variant(SafeArray::OfStrings({u"a"})), u"String()"},
       {Variant(SafeArray::OfVariants({Variant(1)})), u"Variant()"},
       {Variant(SafeArray(VarType::kDouble, 0, 2)), u"Double()"},

@@ -48,8 +48,7 @@ TEST_F(StorageStringFields, ValidatesTheFixedTextsOnlyAfterTagsChange) {
   struct Row { const char16_t *tag, *text, *name, *value, *page; } rows[] = {
       {u"OuterTagStart", u"[[", u"a", u"[[x", u"[[a={[[x};/>"},
       {u"OuterTagEnd", u"]]", u"a", u"x]]", u"<\\a={x]]};]]"},
-      {u"InnerTagStart", u":", u"a", u"b:c", u"<\\a:b:c};/>"},
-      {u"InnerTagEnd", u"|", u"n|", u"v", u"<\\n|={v|/>"},
+      {u"InnerTagStart", u":", u"a", u"b:c", u"<\\a:b:c};/>"}, {u"InnerTagEnd", u"|", u"n|", u"v", u"<\\n|={v|/>"},
       {u"OuterTagStart", u"", u"a", u"x", u"a={x};/>"}};
   for (const Row& r : rows) {
     SCOPED_TRACE(ToUtf8(String(r.tag) + u"=" + r.text));

@@ -174,8 +174,7 @@ TEST_F(StorageStringSearch, LookForListsEveryTextFoundAndFindStepsOn) {
   struct Row { String page; Variant texts; bool case_sensitive, from_cursor; std::string expected; };
   const Row rows[] = {  // the cursor stands at 4
       {u"abcabab", SafeArray::OfStrings({u"x", u"ab", u"b"}), true, false, "ab:3@1,4,6,;b:3@2,5,7,;"},
-      {u"aaaa", u"aa", true, false, "aa:2@1,3,;"},
-      {u"abcABC", u"Ab", false, false, "AB:2@1,4,;"},
+      {u"aaaa", u"aa", true, false, "aa:2@1,3,;"}, {u"abcABC", u"Ab", false, false, "AB:2@1,4,;"},
       {u"abcabc", u"abc", true, true, "abc:1@4,;"},
       {u"abc", SafeArray::OfVariants({u"", 7, u"zz"}), true, true, ""}};
   for (const Row& r : rows) {
