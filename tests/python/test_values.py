@@ -13,15 +13,10 @@ V = tarvo2.VarType
 
 # (label, value passed in, expected value back, expected type back)
 ROUND_TRIPS = [
-    ("None is Empty", None, None, type(None)),
-    ("Null", tarvo2.Null, tarvo2.Null, type(tarvo2.Null)),
-    ("True", True, True, bool),
-    ("False", False, False, bool),
-    ("Long min", -2**31, -2**31, int),
-    ("Long max", 2**31 - 1, 2**31 - 1, int),
-    ("Byte", tarvo2.Byte(255), 255, int),
-    ("Double", 1.5e300, 1.5e300, float),
-    ("negative zero", -0.0, -0.0, float),
+    ("None is Empty", None, None, type(None)), ("Null", tarvo2.Null, tarvo2.Null, type(tarvo2.Null)),
+    ("True", True, True, bool), ("False", False, False, bool), ("Long min", -2**31, -2**31, int),
+    ("Long max", 2**31 - 1, 2**31 - 1, int), ("Byte", tarvo2.Byte(255), 255, int),
+    ("Double", 1.5e300, 1.5e300, float), ("negative zero", -0.0, -0.0, float),
     ("Currency", Decimal("-922337203685477.5808"), Decimal("-922337203685477.5808"), Decimal),
     ("Currency rounds half to even", Decimal("0.00005"), Decimal("0.0000"), Decimal),
     ("Currency rounds half to even up", Decimal("0.00015"), Decimal("0.0002"), Decimal),
@@ -29,12 +24,10 @@ ROUND_TRIPS = [
     ("Date epoch", dt.datetime(1899, 12, 30), dt.datetime(1899, 12, 30), dt.datetime),
     ("Date before the epoch", dt.datetime(1899, 12, 29, 6, 0), dt.datetime(1899, 12, 29, 6, 0), dt.datetime),
     ("Date first year", dt.datetime(100, 1, 1), dt.datetime(100, 1, 1), dt.datetime),
-    ("date only", dt.date(2001, 5, 6), dt.datetime(2001, 5, 6), dt.datetime),
-    ("empty str", "", "", str),
+    ("date only", dt.date(2001, 5, 6), dt.datetime(2001, 5, 6), dt.datetime), ("empty str", "", "", str),
     ("str beyond the BMP", "a\U0001F600b\u00e9\u4e2d", "a\U0001F600b\u00e9\u4e2d", str),
     ("lone surrogate", "x\ud800y", "x\ud800y", str),
-    ("list", [1, "two", None, [3.5]], [1, "two", None, [3.5]], tarvo2.Array),
-    ("tuple", (), [], tarvo2.Array),
+    ("list", [1, "two", None, [3.5]], [1, "two", None, [3.5]], tarvo2.Array), ("tuple", (), [], tarvo2.Array),
     ("bytes", b"\x00\xff", [0, 255], tarvo2.Array),
     ("Error value", tarvo2.ErrorValue(-5), tarvo2.ErrorValue(-5), tarvo2.ErrorValue),
 ]
@@ -69,10 +62,8 @@ def test_array_round_trip(ss, label, array, etype, lower, items):
 
 # (label, value, error number): values the library cannot take.
 REFUSED = [
-    ("int above Long", 2**31, 6, "Overflow"),
-    ("int below Long", -2**31 - 1, 6, "Overflow"),
-    ("huge int", 10**30, 6, "Overflow"),
-    ("Currency too large", Decimal("922337203685477.5808"), 6, "Overflow"),
+    ("int above Long", 2**31, 6, "Overflow"), ("int below Long", -2**31 - 1, 6, "Overflow"),
+    ("huge int", 10**30, 6, "Overflow"), ("Currency too large", Decimal("922337203685477.5808"), 6, "Overflow"),
     ("Currency NaN", Decimal("NaN"), 6, "Overflow"),
     ("Long array element out of range", tarvo2.Array([2**31 - 1 + 0.9], V.Long), 6, "Overflow"),
     ("text in a Long array", tarvo2.Array(["x"], V.Long), 13, "Type mismatch"),
