@@ -10,8 +10,8 @@
 // each time. configparser is timed inside Python (python3 on the PATH):
 // get() on a parsed file, read()+get() per call, set() alone, and set()
 // followed by an atomic, fsynced rewrite of the file (what every SetValue
-// does). Everything runs under code page 1252 and again under 65001; the
-// ratios of both runs are printed at the end.
+// does). Everything runs in rounds under code page 1252 and under 65001;
+// the ratios of the medians of both are printed at the end.
 //
 // "stat" is a bare stat() of the same file: the cached GetValue must stay
 // coherent with other processes' writes, so one stat() plus the in-memory
@@ -24,10 +24,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -378,35 +380,79 @@ void PrintRatios(const Times& ours, const Times& py) {
   }
 }
 
+// The median of `values` (0 for none).
+double Median(std::vector<double> values) {
+  if (values.empty()) return 0;
+  std::sort(values.begin(), values.end());
+  const size_t n = values.size();
+  return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+}
+
+// Per benchmark, the median over rounds of one code page's figures.
+Times Medians(const std::vector<Recorder>& rounds) {
+  Times t;
+  for (const auto& [name, unused] : rounds.front().cpu) {
+    std::vector<double> wall, cpu;
+    for (const Recorder& r : rounds) {
+      wall.push_back(Find(r.wall, name));
+      cpu.push_back(Find(r.cpu, name));
+    }
+    t.wall[name] = Median(wall);
+    t.cpu[name] = Median(cpu);
+  }
+  return t;
+}
+
 }  // namespace
 
-// Runs every benchmark under code page 1252 and again under 65001 (UTF-8),
-// and prints the ratios of both runs and how the 65001 figures compare.
+// Runs every benchmark in rounds (--rounds=N, default 3), each round under
+// code page 1252 and under 65001 (UTF-8), the order alternating from round
+// to round so that a passing load weighs on both alike. Prints the ratios
+// of the medians under each code page, and how 65001 compares with 1252:
+// the median over rounds of the change within a round.
 int main(int argc, char** argv) {
+  int rounds = 3;
+  int kept = 1;
+  for (int i = 1; i < argc; ++i) {
+    if (std::strncmp(argv[i], "--rounds=", 9) == 0) rounds = std::max(1, std::atoi(argv[i] + 9));
+    else argv[kept++] = argv[i];
+  }
+  argc = kept;
   MakeFile();
   benchmark::Initialize(&argc, argv);
-  Recorder ansi, utf8;
-  // The benchmarks make contexts of their own, which start in the code page
-  // that TARVO2_CODEPAGE names.
-  setenv("TARVO2_CODEPAGE", "1252", 1);
-  benchmark::RunSpecifiedBenchmarks(&ansi);
-  setenv("TARVO2_CODEPAGE", "65001", 1);
-  // The writes of the first run made the file young: let it age again, so
-  // that "cached" measures the cache here too.
-  std::this_thread::sleep_for(std::chrono::milliseconds(2100));
-  benchmark::RunSpecifiedBenchmarks(&utf8);
+  std::vector<Recorder> ansi(rounds), utf8(rounds);
+  for (int round = 0; round < rounds; ++round) {
+    for (int step = 0; step < 2; ++step) {
+      const bool run_utf8 = (step == 0) == (round % 2 == 1);
+      std::printf("\n=== round %d, code page %s\n", round + 1, run_utf8 ? "65001" : "1252");
+      // The benchmarks make contexts of their own, which start in the code
+      // page that TARVO2_CODEPAGE names.
+      setenv("TARVO2_CODEPAGE", run_utf8 ? "65001" : "1252", 1);
+      // The writes of the run before made the file young: let it age again,
+      // so that "cached" measures the cache in every run.
+      if (round + step > 0) std::this_thread::sleep_for(std::chrono::milliseconds(2100));
+      benchmark::RunSpecifiedBenchmarks(run_utf8 ? &utf8[round] : &ansi[round]);
+    }
+  }
   benchmark::Shutdown();
   const Times py = RunConfigParser();
-  std::printf("\n=== code page 1252\n");
-  PrintRatios(Times{ansi.wall, ansi.cpu}, py);
-  std::printf("\n=== code page 65001\n");
-  PrintRatios(Times{utf8.wall, utf8.cpu}, py);
-  std::printf("\n%-48s %12s %12s %8s\n", "65001 against 1252 (goal: within 10%)", "1252 CPU ns", "65001 CPU ns",
-              "change");
-  for (const auto& [name, c1252] : ansi.cpu) {
-    const double c65001 = Find(utf8.cpu, name);
-    if (c1252 > 0 && c65001 > 0)
-      std::printf("%-48s %12.0f %12.0f %+7.1f%%\n", name.c_str(), c1252, c65001, (c65001 / c1252 - 1) * 100);
+  std::printf("\n=== code page 1252 (medians of %d rounds)\n", rounds);
+  PrintRatios(Medians(ansi), py);
+  std::printf("\n=== code page 65001 (medians of %d rounds)\n", rounds);
+  PrintRatios(Medians(utf8), py);
+  std::printf("\n%-36s %12s %12s %8s %17s\n", "65001 against 1252 (goal: within 10%)", "1252 CPU ns", "65001 CPU ns",
+              "change", "rounds (min, max)");
+  const Times a = Medians(ansi), u = Medians(utf8);
+  for (const auto& [name, c1252] : a.cpu) {
+    std::vector<double> changes;
+    for (int round = 0; round < rounds; ++round) {
+      const double x = Find(ansi[round].cpu, name), y = Find(utf8[round].cpu, name);
+      if (x > 0 && y > 0) changes.push_back((y / x - 1) * 100);
+    }
+    if (changes.empty()) continue;
+    std::printf("%-36s %12.0f %12.0f %+7.1f%% %+8.1f%% %+7.1f%%\n", name.c_str(), c1252, Find(u.cpu, name),
+                Median(changes), *std::min_element(changes.begin(), changes.end()),
+                *std::max_element(changes.begin(), changes.end()));
   }
   std::error_code ec;
   std::filesystem::remove_all(g_dir, ec);

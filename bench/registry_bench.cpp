@@ -1,16 +1,19 @@
 // KivRegistryKey::GetValue and SetValue on a database file, against a raw
 // SQLite prepared statement doing the same read and write on an equivalent
 // table (one row per value, keyed by key path and value name, in a WAL
-// database with the same settings). Runs under code page 1252 and again
-// under 65001 and prints the overhead ratios of both at the end.
+// database with the same settings). Runs in rounds under code page 1252
+// and under 65001 and prints the overhead ratios of both at the end.
 #include <benchmark/benchmark.h>
 #include <sqlite3.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "tarvo2/codepage.h"
 #include "tarvo2/library_errors.h"
@@ -152,13 +155,6 @@ class RatioReporter : public benchmark::ConsoleReporter {
       }
     }
   }
-  void PrintRatios(const char* title) const {
-    std::printf("\nOverhead of KivRegistryKey over a raw prepared statement, %s (goal: at most 2x):\n", title);
-    for (const char* op : {"GetValue", "SetValue"})
-      if (double r = Ratio(op); r > 0)
-        std::printf("  %-8s  ours %10.1f ns  raw %10.1f ns  ratio %.2fx\n", op, Time("BM_Key", op),
-                    Time("BM_Raw", op), r);
-  }
   // The ratio of KivRegistryKey to the raw statement for `op`, 0 when not run.
   double Ratio(const char* op) const {
     double raw = Time("BM_Raw", op);
@@ -173,25 +169,56 @@ class RatioReporter : public benchmark::ConsoleReporter {
   std::map<std::string, double> times_;
 };
 
+// The median of `values` (0 for none).
+double Median(std::vector<double> values) {
+  if (values.empty()) return 0;
+  std::sort(values.begin(), values.end());
+  const size_t n = values.size();
+  return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+}
+
 }  // namespace
 
-// Runs every benchmark under code page 1252 and again under 65001 (UTF-8),
-// and prints the ratios of both runs and how the 65001 ratios compare.
+// Runs every benchmark in rounds (--rounds=N, default 3), each round under
+// code page 1252 and under 65001 (UTF-8), the order alternating from round
+// to round so that a passing load weighs on both alike. Prints the median
+// overhead ratios of both code pages and how the 65001 ratio compares with
+// the 1252 one: the median over rounds of the change within a round.
 int main(int argc, char** argv) {
+  int rounds = 3;
+  int kept = 1;
+  for (int i = 1; i < argc; ++i) {
+    if (std::strncmp(argv[i], "--rounds=", 9) == 0) rounds = std::max(1, std::atoi(argv[i] + 9));
+    else argv[kept++] = argv[i];
+  }
+  argc = kept;
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  RatioReporter ansi, utf8;
-  BenchContext()->set_code_page(kCodePage1252);
-  benchmark::RunSpecifiedBenchmarks(&ansi);
-  BenchContext()->set_code_page(kCodePageUtf8);
-  benchmark::RunSpecifiedBenchmarks(&utf8);
-  ansi.PrintRatios("code page 1252");
-  utf8.PrintRatios("code page 65001");
-  std::printf("\nRatio under 65001 against the ratio under 1252 (goal: within 10%%):\n");
-  for (const char* op : {"GetValue", "SetValue"})
-    if (ansi.Ratio(op) > 0 && utf8.Ratio(op) > 0)
-      std::printf("  %-8s  %.2fx / %.2fx = %+.1f%%\n", op, utf8.Ratio(op), ansi.Ratio(op),
-                  (utf8.Ratio(op) / ansi.Ratio(op) - 1) * 100);
+  std::vector<RatioReporter> ansi(rounds), utf8(rounds);
+  for (int round = 0; round < rounds; ++round) {
+    for (int step = 0; step < 2; ++step) {
+      const bool run_utf8 = (step == 0) == (round % 2 == 1);
+      std::printf("\n=== round %d, code page %s\n", round + 1, run_utf8 ? "65001" : "1252");
+      BenchContext()->set_code_page(run_utf8 ? kCodePageUtf8 : kCodePage1252);
+      benchmark::RunSpecifiedBenchmarks(run_utf8 ? &utf8[round] : &ansi[round]);
+    }
+  }
+  std::printf("\nOverhead of KivRegistryKey over a raw prepared statement, medians of %d rounds (goal: at most 2x),\n"
+              "and the 65001 ratio against the 1252 ratio within each round (goal: within 10%%):\n", rounds);
+  for (const char* op : {"GetValue", "SetValue"}) {
+    std::vector<double> r1252, r65001, changes;
+    for (int round = 0; round < rounds; ++round) {
+      const double a = ansi[round].Ratio(op), u = utf8[round].Ratio(op);
+      if (a <= 0 || u <= 0) continue;
+      r1252.push_back(a);
+      r65001.push_back(u);
+      changes.push_back((u / a - 1) * 100);
+    }
+    if (changes.empty()) continue;
+    std::printf("  %-8s  1252 %.2fx  65001 %.2fx  change %+.1f%% (rounds %+.1f%% to %+.1f%%)\n", op, Median(r1252),
+                Median(r65001), Median(changes), *std::min_element(changes.begin(), changes.end()),
+                *std::max_element(changes.begin(), changes.end()));
+  }
   benchmark::Shutdown();
   return 0;
 }
