@@ -67,18 +67,25 @@ void MakeFile() {
   }
   g_dir = pattern;
   g_file = g_dir + "/bench.ini";
-  std::ofstream out(g_file);
+  for (int s = 0; s < kSections; ++s)
+    for (int k = 0; k < kKeysPerSection; ++k)
+      g_pairs.emplace_back(tarvo2::FromAnsi("section" + Two(s)), tarvo2::FromAnsi("key" + Two(k)));
+  std::shuffle(g_pairs.begin(), g_pairs.end(), std::mt19937(42));
+}
+
+// Writes the bench file's first content, so that every run starts from the
+// same file (the writes of a run change its values). The store re-reads a
+// file whose time stamps lie within two seconds of its last read; let the
+// file age so that "cached" measures the cache.
+void ResetFile() {
+  std::ofstream out(g_file + ".new");
   for (int s = 0; s < kSections; ++s) {
     out << "[section" << Two(s) << "]\n";
-    for (int k = 0; k < kKeysPerSection; ++k) {
+    for (int k = 0; k < kKeysPerSection; ++k)
       out << "key" << Two(k) << "=value of key " << k << " in section " << s << "\n";
-      g_pairs.emplace_back(tarvo2::FromAnsi("section" + Two(s)), tarvo2::FromAnsi("key" + Two(k)));
-    }
   }
   out.close();
-  std::shuffle(g_pairs.begin(), g_pairs.end(), std::mt19937(42));
-  // The store re-reads a file whose time stamps lie within two seconds of
-  // its last read; let the file age so that "cached" measures the cache.
+  std::filesystem::rename(g_file + ".new", g_file);
   std::this_thread::sleep_for(std::chrono::milliseconds(2100));
 }
 
@@ -428,9 +435,7 @@ int main(int argc, char** argv) {
       // The benchmarks make contexts of their own, which start in the code
       // page that TARVO2_CODEPAGE names.
       setenv("TARVO2_CODEPAGE", run_utf8 ? "65001" : "1252", 1);
-      // The writes of the run before made the file young: let it age again,
-      // so that "cached" measures the cache in every run.
-      if (round + step > 0) std::this_thread::sleep_for(std::chrono::milliseconds(2100));
+      ResetFile();
       benchmark::RunSpecifiedBenchmarks(run_utf8 ? &utf8[round] : &ansi[round]);
     }
   }
