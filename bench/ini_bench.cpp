@@ -44,6 +44,7 @@
 #include "tarvo2/profile_store.h"
 #include "tarvo2/services.h"
 #include "tarvo2/testing/file_system.h"
+#include "rounds.h"
 
 namespace {
 
@@ -418,13 +419,7 @@ Times Medians(const std::vector<Recorder>& rounds) {
 // of the medians under each code page, and how 65001 compares with 1252:
 // the median over rounds of the change within a round.
 int main(int argc, char** argv) {
-  int rounds = 3;
-  int kept = 1;
-  for (int i = 1; i < argc; ++i) {
-    if (std::strncmp(argv[i], "--rounds=", 9) == 0) rounds = std::max(1, std::atoi(argv[i] + 9));
-    else argv[kept++] = argv[i];
-  }
-  argc = kept;
+  const int rounds = tarvo2_bench::TakeRounds(argc, argv);
   MakeFile();
   benchmark::Initialize(&argc, argv);
   std::vector<Recorder> ansi(rounds), utf8(rounds);

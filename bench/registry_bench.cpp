@@ -19,6 +19,7 @@
 #include "tarvo2/library_errors.h"
 #include "tarvo2/registry_key.h"
 #include "tarvo2/registry_store.h"
+#include "rounds.h"
 
 namespace {
 
@@ -186,13 +187,7 @@ double Median(std::vector<double> values) {
 // overhead ratios of both code pages and how the 65001 ratio compares with
 // the 1252 one: the median over rounds of the change within a round.
 int main(int argc, char** argv) {
-  int rounds = 3;
-  int kept = 1;
-  for (int i = 1; i < argc; ++i) {
-    if (std::strncmp(argv[i], "--rounds=", 9) == 0) rounds = std::max(1, std::atoi(argv[i] + 9));
-    else argv[kept++] = argv[i];
-  }
-  argc = kept;
+  const int rounds = tarvo2_bench::TakeRounds(argc, argv);
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   std::vector<RatioReporter> ansi(rounds), utf8(rounds);
