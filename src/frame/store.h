@@ -95,6 +95,41 @@ class SectionStore : public Store {
   virtual SafeArray SectionNames() = 0;
 };
 
+// The part of a store adapter that is the same for every store kind: the
+// common-interface members and the field calls whose names every store
+// class shares. `Base` is the kind's interface, `T` the store class; an
+// adapter adds the members its class names in a way of its own.
+template <class Base, class T>
+class StoreAdapter : public Base {
+ public:
+  explicit StoreAdapter(Ref<T> object) : object_(std::move(object)) {}
+
+  Object& Self() override { return *object_; }
+  const std::shared_ptr<Services>& services() const override { return object_->services(); }
+  void PutPath(const String& path) override { object_->TarvoStdInterface_put_Path(path); }
+  String GetPath() override { return object_->TarvoStdInterface_get_Path(); }
+  void SelectSection(const String& section) override { object_->TarvoStdInterface_put_Section(section); }
+  String GetSection() override { return object_->TarvoStdInterface_get_Section(); }
+  bool SetStdValue(const String& name, const Variant& value, const String& delimiter) override {
+    return object_->TarvoStdInterface_SetValue(name, value, delimiter);
+  }
+  Variant GetStdValue(const String& name, const String& delimiter) override {
+    return object_->TarvoStdInterface_GetValue(name, delimiter);
+  }
+  Variant StdVersion(bool show) override { return object_->TarvoStdInterface_Version(show); }
+  String Version() override { return object_->Version(false); }
+  Variant Get(const String& name, const String& delimiter, bool detect_array, bool detect_num,
+              const Variant& default_value) override {
+    return object_->GetValue(name, delimiter, detect_array, detect_num, default_value);
+  }
+  bool Set(const String& name, const Variant& value, const String& delimiter) override {
+    return object_->SetValue(name, value, delimiter);
+  }
+
+ protected:
+  Ref<T> object_;
+};
+
 // The store behind `object` (a store or its common-interface view), or null
 // when it is neither.
 std::shared_ptr<Store> StoreOf(Object& object);

@@ -9,39 +9,14 @@
 
 namespace tarvo2::internal {
 
-class IniFileStore : public SectionStore {
+class IniFileStore : public StoreAdapter<SectionStore, KivINIFileHandler> {
  public:
-  explicit IniFileStore(Ref<KivINIFileHandler> ini) : f_(std::move(ini)) {}
+  using StoreAdapter::StoreAdapter;
 
-  Object& Self() override { return *f_; }
-  const std::shared_ptr<Services>& services() const override { return f_->services(); }
-  void PutPath(const String& path) override { f_->TarvoStdInterface_put_Path(path); }
-  String GetPath() override { return f_->TarvoStdInterface_get_Path(); }
-  void SelectSection(const String& section) override { f_->TarvoStdInterface_put_Section(section); }
-  String GetSection() override { return f_->TarvoStdInterface_get_Section(); }
-  bool SetStdValue(const String& name, const Variant& value, const String& delimiter) override {
-    return f_->TarvoStdInterface_SetValue(name, value, delimiter);
-  }
-  Variant GetStdValue(const String& name, const String& delimiter) override {
-    return f_->TarvoStdInterface_GetValue(name, delimiter);
-  }
-  Variant StdVersion(bool show) override { return f_->TarvoStdInterface_Version(show); }
+  SafeArray FieldNames() override { return object_->GetFieldNames(); }
+  void Delete(const String& name) override { object_->DeleteField(name); }
 
-  String Version() override { return f_->Version(false); }
-  SafeArray FieldNames() override { return f_->GetFieldNames(); }
-  Variant Get(const String& name, const String& delimiter, bool detect_array, bool detect_num,
-              const Variant& default_value) override {
-    return f_->GetValue(name, delimiter, detect_array, detect_num, default_value);
-  }
-  bool Set(const String& name, const Variant& value, const String& delimiter) override {
-    return f_->SetValue(name, value, delimiter);
-  }
-  void Delete(const String& name) override { f_->DeleteField(name); }
-
-  SafeArray SectionNames() override { return f_->GetSectionNames(); }
-
- private:
-  Ref<KivINIFileHandler> f_;
+  SafeArray SectionNames() override { return object_->GetSectionNames(); }
 };
 
 }  // namespace tarvo2::internal

@@ -8,47 +8,22 @@
 
 namespace tarvo2::internal {
 
-class StorageStringStore : public PageStore {
+class StorageStringStore : public StoreAdapter<PageStore, KivStorageString> {
  public:
-  explicit StorageStringStore(Ref<KivStorageString> store) : s_(std::move(store)) {}
+  using StoreAdapter::StoreAdapter;
 
-  Object& Self() override { return *s_; }
-  const std::shared_ptr<Services>& services() const override { return s_->services(); }
-  void PutPath(const String& path) override { s_->TarvoStdInterface_put_Path(path); }
-  String GetPath() override { return s_->TarvoStdInterface_get_Path(); }
-  void SelectSection(const String& section) override { s_->TarvoStdInterface_put_Section(section); }
-  String GetSection() override { return s_->TarvoStdInterface_get_Section(); }
-  bool SetStdValue(const String& name, const Variant& value, const String& delimiter) override {
-    return s_->TarvoStdInterface_SetValue(name, value, delimiter);
-  }
-  Variant GetStdValue(const String& name, const String& delimiter) override {
-    return s_->TarvoStdInterface_GetValue(name, delimiter);
-  }
-  Variant StdVersion(bool show) override { return s_->TarvoStdInterface_Version(show); }
+  SafeArray FieldNames() override { return object_->GetFieldNames(); }
+  void Delete(const String& name) override { object_->DeleteField(name); }
 
-  String Version() override { return s_->Version(false); }
-  SafeArray FieldNames() override { return s_->GetFieldNames(); }
-  Variant Get(const String& name, const String& delimiter, bool detect_array, bool detect_num,
-              const Variant& default_value) override {
-    return s_->GetValue(name, delimiter, detect_array, detect_num, default_value);
-  }
-  bool Set(const String& name, const Variant& value, const String& delimiter) override {
-    return s_->SetValue(name, value, delimiter);
-  }
-  void Delete(const String& name) override { s_->DeleteField(name); }
-
-  bool MultiPage() override { return s_->get_MultiPage(); }
-  Variant Page() override { return s_->get_Page(); }
-  void SelectPage(const Variant& page) override { s_->put_Page(page); }
-  std::int32_t PageCount() override { return s_->get_PageCount(); }
-  String PageName() override { return s_->get_PageName(); }
-  void SetPageName(const String& name) override { s_->put_PageName(name); }
-  void AddPage(const String& name, bool make_current) override { s_->AddPage(name, make_current); }
-  void DeletePages() override { s_->DeletePage(true); }
-  void ClearPages() override { s_->Clear(true); }
-
- private:
-  Ref<KivStorageString> s_;
+  bool MultiPage() override { return object_->get_MultiPage(); }
+  Variant Page() override { return object_->get_Page(); }
+  void SelectPage(const Variant& page) override { object_->put_Page(page); }
+  std::int32_t PageCount() override { return object_->get_PageCount(); }
+  String PageName() override { return object_->get_PageName(); }
+  void SetPageName(const String& name) override { object_->put_PageName(name); }
+  void AddPage(const String& name, bool make_current) override { object_->AddPage(name, make_current); }
+  void DeletePages() override { object_->DeletePage(true); }
+  void ClearPages() override { object_->Clear(true); }
 };
 
 }  // namespace tarvo2::internal
